@@ -1,0 +1,4 @@
+#include "midi/synth.h"
+
+Synth::Synth() = default;
+Synth::~Synth() = default;

@@ -1,0 +1,54 @@
+#include "player/device_state.h"
+
+namespace player {
+
+namespace {
+
+constexpr std::uint8_t kPedals[] = {64, 66, 69};  // damper, sostenuto, hold 2
+constexpr std::uint8_t kReleaseVelocity = 64;
+
+}  // namespace
+
+DeviceState::DeviceState() {
+    controllers_.fill(kUnknown);
+    programs_.fill(kUnknown);
+}
+
+void DeviceState::Apply(const std_midi::VoiceMessage& message) {
+    const int channel = message.status & 0x0F;
+    const std::uint8_t data1 = message.data1 & 0x7F;
+    std::uint8_t& count = notes_[Index(channel, data1)];
+    switch (message.status & 0xF0) {
+        case 0x80:
+            if (count > 0)
+                --count;
+            break;
+        case 0x90:
+            if (count < 0xFF)
+                ++count;
+            break;
+        case 0xB0:
+            if (data1 < kStateControllers)
+                controllers_[Index(channel, data1)] = message.data2;
+            break;
+        case 0xC0: programs_[static_cast<std::size_t>(channel)] = data1; break;
+        default: break;
+    }
+}
+
+void DeviceState::AppendNoteOffs(int channel, std::vector<vemo_midi::VoiceEvent>& events) const {
+    for (int note = 0; note < 128; ++note)
+        for (int count = GetSounding(channel, note); count > 0; --count)
+            events.emplace_back(0, std::uint8_t{0x80}, static_cast<std::uint16_t>(channel),
+                                static_cast<std::uint8_t>(note), kReleaseVelocity);
+}
+
+void DeviceState::AppendPedalsUp(int channel, std::vector<vemo_midi::VoiceEvent>& events) const {
+    for (const std::uint8_t pedal : kPedals) {
+        const std::uint8_t value = GetController(channel, pedal);
+        if (value != kUnknown && value != 0)
+            events.emplace_back(0, std::uint8_t{0xB0}, static_cast<std::uint16_t>(channel), pedal, std::uint8_t{0});
+    }
+}
+
+}  // namespace player

@@ -1,0 +1,322 @@
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "player/clock_statistics.h"
+#include "player/midi_file_import.h"
+#include "player/midi_file_reader.h"
+#include "player/output_devices.h"
+#include "player/play_options.h"
+#include "player/playback_feed.h"
+#include "player/position_writer.h"
+#include "player/recording.h"
+#include "player/script.h"
+#include "player/script_runner.h"
+#include "player/song_source.h"
+#include "player/transport.h"
+#include "vemo_core/exception_log.h"
+#include "zell/cout_buffer.h"
+#include "zell/errors.h"
+
+namespace player {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kRefused = 2;
+constexpr int kInterrupted = 130;
+constexpr auto kLongestSilence = 5s;
+constexpr auto kOutputPatience = 2s;
+
+volatile std::sig_atomic_t interrupted = 0;
+extern "C" void OnInterrupt(int) {
+    interrupted = 1;
+}
+
+void Complain(const std::string& message) {
+    std::fprintf(stderr, "vemo_player: %s\n", message.c_str());
+}
+
+SongSource ReadSongs(const std::vector<std::string>& files) {
+    SongSource songs;
+    int number = 0;
+    for (const std::string& file : files) {
+        ++number;
+        songs.Add(std::to_string(number) + " " + file, ImportMidiFile(ReadMidiFile(file), number));
+    }
+    return songs;
+}
+
+Script ReadScript(const std::string& file) {
+    if (file.empty())
+        return {};
+    std::ifstream input(file);
+    std::ostringstream text;
+    text << input.rdbuf();
+    if (!input)
+        throw std::invalid_argument(file + ": cannot be read");
+    return Script::Parse(text.str(), file);
+}
+
+void CheckPlaces(const PlayOptions& options, const SongSource& songs) {
+    if ((options.fromBar || options.toBar) && songs.GetCount() != 1)
+        throw std::invalid_argument("--from and --to go with a single file");
+    if (!options.fromBar && !options.toBar)
+        return;
+    const auto song = songs.GetSong(songs.GetKey(0));
+    if (options.fromBar)
+        TickOfBarBeat(*song, {*options.fromBar, 1});
+    if (options.toBar)
+        TickOfBarBeat(*song, {*options.toBar, 1});
+    if (options.toBar && *options.toBar <= options.fromBar.value_or(1))
+        throw std::invalid_argument("--to " + std::to_string(*options.toBar) +
+                                    " must lie behind the bar to start with");
+}
+
+void WarnOfSilentMutes(const PlayOptions& options, const SongSource& songs) {
+    for (std::size_t i = 0; i < songs.GetCount(); ++i) {
+        const auto song = songs.GetSong(songs.GetKey(i));
+        for (const int channel : options.mutedChannels)
+            if (!song->song.GetVoiceData().contains(static_cast<unsigned short>(channel - 1)))
+                Complain("warning: no track of '" + song->title + "' plays on channel " + std::to_string(channel));
+    }
+}
+
+/// One run: the transport with everything that listens to it. Members are built in
+/// the order in which they need each other.
+class Run {
+public:
+    Run(const PlayOptions& options, const SongSource& songs, Script script, OutputDevices& devices,
+        const std::string& output)
+        : isOffline_(options.offline),
+          script_(std::move(script), [](const std::string& message) { Complain(message); }),
+          songs_(songs),
+          devices_(devices),
+          recording_(options.recordTo.empty() ? nullptr : std::make_unique<Recording>(options.recordTo)),
+          exceptionSink_(SetExceptionLogSink([this](const LoggedException& logged) { NoteException(logged); })),
+          writer_(options.json      ? PositionWriter::Form::kJson
+                  : options.offline ? PositionWriter::Form::kOffline
+                                    : PositionWriter::Form::kLine,
+                  songs, feed_) {
+        try {
+            Transport::Settings settings;
+            settings.output = output;
+            settings.tempoScale = options.tempoScale;
+            settings.transposition = options.transposition;
+            for (const int channel : options.mutedChannels)
+                settings.mutedChannels.insert(channel - 1);
+            if (options.fromBar)
+                settings.from = BarBeat{*options.fromBar, 1};
+            settings.toBar = options.toBar;
+            if (isOffline_)
+                settings.beforeVirtualClock = [this] { BeforeVirtualClock(); };
+            if (recording_)
+                devices_.Observe([this](const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) {
+                    recording_->Add(bytes, count, time);
+                });
+            listener_ = std::thread([this, records = feed_.Subscribe()] { Listen(*records); });
+            transport_ = std::make_unique<Transport>(settings, songs, feed_);
+            running_ = transport_.get();
+            if (isOffline_)
+                devices_.UseVirtualTime([host = &transport_->GetHost()] { return host->GetTime(); });
+        } catch (...) {
+            Close();
+            throw;
+        }
+    }
+    ~Run() { Close(); }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+    int Play() {
+        transport_->Post({CommandKind::kPlay, 0, 1, 1}).get();
+        const int status = WaitForEnd();
+        // Everything that was sent is with the recording before it is written.
+        transport_.reset();
+        feed_.Close();
+        listener_.join();
+        if (recording_)
+            recording_->Commit(firstClock_);
+        if (!isOffline_ && statistics_.GetClocks() > 0)
+            std::fputs(statistics_.Report().c_str(), stderr);
+        if (!writer_.Finish(kOutputPatience)) {
+            Complain("standard output takes nothing more; left without it");
+            std::_Exit(status);
+        }
+        return status;
+    }
+
+private:
+    void Close() {
+        transport_.reset();
+        feed_.Close();
+        if (listener_.joinable())
+            listener_.join();
+        devices_.Observe({});
+        devices_.UseVirtualTime({});
+        SetExceptionLogSink(exceptionSink_);
+    }
+
+    int WaitForEnd() {
+        std::uint64_t seen = 0;
+        std::uint64_t clocks = 0;
+        auto lastClock = std::chrono::steady_clock::now();
+        for (;;) {
+            const auto snapshot = transport_->WaitForChange(seen, 50ms);
+            seen = snapshot->number;
+            if (interrupted != 0) {
+                transport_->Post({CommandKind::kStop, 0, 1, 1}).get();
+                return kInterrupted;
+            }
+            switch (snapshot->state) {
+                case TransportState::kEnded: return kDone;
+                case TransportState::kFault:
+                    for (const std::string& message : snapshot->messages)
+                        Complain(message);
+                    return kFailed;
+                case TransportState::kStopped:
+                case TransportState::kEmpty:
+                    // Stopped by the script, which has nothing more to do here.
+                    if (scriptHasSettled_)
+                        return kDone;
+                    break;
+                case TransportState::kPlaying: break;
+            }
+            const auto now = std::chrono::steady_clock::now();
+            const std::uint64_t played = transport_->GetHost().GetPlayedClocks();
+            if (played != clocks || snapshot->state != TransportState::kPlaying)
+                lastClock = now;
+            clocks = played;
+            if (now - lastClock > kLongestSilence)
+                transport_->PostFault("no cycle has been played for five seconds" + LastException());
+            else if (engineThreadIsDead_)
+                transport_->PostFault("a thread of the engine has ended" + LastException());
+        }
+    }
+
+    void NoteException(const LoggedException& logged) {
+        Complain(logged.message + " (" + logged.sourcePath + ")");
+        const bool endsThread = logged.sourcePath == "midi/Sources/midi_queue_thread" ||
+                                logged.sourcePath == "midi/Sources/win32/standard_midi_clock_impl" ||
+                                logged.sourcePath == "player/Sources/offline_clock";
+        std::lock_guard lock(exceptionMutex_);
+        lastException_ = logged.message;
+        if (endsThread)
+            engineThreadIsDead_ = true;
+    }
+
+    std::string LastException() {
+        std::lock_guard lock(exceptionMutex_);
+        return lastException_.empty() ? std::string() : ": " + lastException_;
+    }
+
+    // Virtual time: on the clock's thread, which holds nothing.
+    void BeforeVirtualClock() {
+        const PlaybackHost& host = running_->GetHost();
+        for (;;) {
+            if (!host.WaitForFills(1, kLongestSilence)) {
+                running_->PostFault("no cycle was filled for five seconds" + LastException());
+                return;
+            }
+            const auto snapshot = running_->GetSnapshot();
+            const auto song = songs_.GetSong(songs_.GetKey(snapshot->song - 1));
+            if (!script_.IsDue(*song, host.GetTick()))
+                break;
+            // With the ring full, so that every run does the same.
+            host.WaitForFills(4, kLongestSilence);
+            script_.RunNext(*running_);
+        }
+        NoteScriptSettled();
+    }
+
+    // Real time: on the listener's thread.
+    void RunScriptAfter(const PlaybackRecord& record) {
+        const auto song = songs_.GetSong(songs_.GetKey(record.song - 1));
+        const std::uint32_t next = record.tick + song->song.GetResolution() / 24u;
+        while (script_.IsDue(*song, next))
+            script_.RunNext(*running_);
+        NoteScriptSettled();
+    }
+
+    void NoteScriptSettled() {
+        if (running_->GetSnapshot()->state == TransportState::kStopped)
+            scriptHasSettled_ = true;
+    }
+
+    void Listen(PlaybackFeed::Subscription& records) {
+        bool hasFirstClock = false;
+        while (const auto record = records.Next()) {
+            if (record->kind != PlaybackRecord::Kind::kClock)
+                continue;
+            if (!hasFirstClock)
+                firstClock_ = record->time;
+            hasFirstClock = true;
+            if (isOffline_)
+                continue;
+            statistics_.Add(*record);
+            if (!script_.IsFinished())
+                RunScriptAfter(*record);
+        }
+    }
+
+    const bool isOffline_;
+    ScriptRunner script_;
+    std::atomic<bool> scriptHasSettled_{false};
+    const SongSource& songs_;
+    OutputDevices& devices_;
+    std::unique_ptr<Recording> recording_;
+    std::mutex exceptionMutex_;
+    std::string lastException_;  // guarded by exceptionMutex_
+    std::atomic<bool> engineThreadIsDead_{false};
+    ExceptionLogSink exceptionSink_;
+    PlaybackFeed feed_;
+    PositionWriter writer_;
+    // The listener's own until it has been joined.
+    std::chrono::nanoseconds firstClock_{0};
+    ClockStatistics statistics_;
+    std::thread listener_;
+    std::unique_ptr<Transport> transport_;
+    // For the engine's threads, also while the transport is being destroyed.
+    Transport* running_ = nullptr;
+};
+
+}  // namespace
+
+int Play(const PlayOptions& options) {
+    // What the engine reports must not mix with what a program reads.
+    zell::CoutBuffer::SetSink([](const std::string& text) { std::fputs(text.c_str(), stderr); });
+    if (!OutputDevices::CanRecord() && (options.offline || !options.recordTo.empty())) {
+        Complain("--offline and --record are not to be had on this system: its MIDI service plays in real time only");
+        return kRefused;
+    }
+    try {
+        const SongSource songs = ReadSongs(options.files);
+        Script script = ReadScript(options.script);
+        CheckPlaces(options, songs);
+        OutputDevices devices;
+        const std::string output = OutputDevices::Select(options.output);
+        WarnOfSilentMutes(options, songs);
+        Run run(options, songs, std::move(script), devices, output);
+        std::signal(SIGINT, OnInterrupt);
+        std::signal(SIGTERM, OnInterrupt);
+        return run.Play();
+    } catch (const std::exception& error) {
+        Complain(error.what());
+        return kRefused;
+    }
+}
+
+}  // namespace player

@@ -1,0 +1,34 @@
+#include <memory>
+#include <utility>
+
+#include "player/output_devices.h"
+#include "win32_layer/layer.h"
+#include "win32_layer/virtual_midi_output.h"
+
+namespace player {
+
+using win32_layer::Layer;
+
+OutputDevices::OutputDevices() {
+    Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(
+        L"Virtual MIDI Output", win32_layer::VirtualMidiOutput::Speed::kAtOnce, false));
+}
+
+OutputDevices::~OutputDevices() {
+    Layer::Instance().Reset();
+}
+
+bool OutputDevices::CanRecord() {
+    return true;
+}
+
+void OutputDevices::Observe(Observer observer) {
+    Layer::Instance().SetObserver(std::move(observer));
+}
+
+void OutputDevices::UseVirtualTime(std::function<std::chrono::nanoseconds()> time) {
+    Layer::Instance().SetDelivery(time ? win32_layer::Delivery::kInline : win32_layer::Delivery::kThread);
+    Layer::Instance().SetTimeSource(std::move(time));
+}
+
+}  // namespace player

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "vemo_core/voice_event.h"
+
+namespace player {
+
+/// What one output device holds after the messages sent to it: sounding notes,
+/// controllers and programs of its 16 channels. From it the host ends every note
+/// by its own note-off, also for devices that ignore the channel-mode messages.
+///
+/// Owner:   the playback host; a value.
+/// Threads: one at a time. Apply() allocates nothing.
+/// Units:   channels 0..15; 7-bit values.
+class DeviceState {
+public:
+    static constexpr int kChannels = 16;
+    /// Controllers from here on are channel-mode messages and no state.
+    static constexpr int kStateControllers = 120;
+    static constexpr std::uint8_t kUnknown = 0xFF;
+
+    DeviceState();
+
+    /// Channel-mode messages change nothing here: some devices ignore them.
+    void Apply(const std_midi::VoiceMessage& message);
+
+    /// How many note-ons without a note-off.
+    int GetSounding(int channel, int note) const { return notes_[Index(channel, note)]; }
+    /// kUnknown until one was sent.
+    std::uint8_t GetController(int channel, int controller) const { return controllers_[Index(channel, controller)]; }
+    std::uint8_t GetProgram(int channel) const { return programs_[static_cast<std::size_t>(channel)]; }
+
+    /// One note-off for every note that sounds on the channel.
+    void AppendNoteOffs(int channel, std::vector<vemo_midi::VoiceEvent>& events) const;
+    /// Pedals that hold notes, up, where they are down.
+    void AppendPedalsUp(int channel, std::vector<vemo_midi::VoiceEvent>& events) const;
+
+private:
+    static std::size_t Index(int channel, int number) { return static_cast<std::size_t>(channel * 128 + number); }
+
+    std::array<std::uint8_t, kChannels * 128> notes_{};
+    std::array<std::uint8_t, kChannels * 128> controllers_;
+    std::array<std::uint8_t, kChannels> programs_;
+};
+
+}  // namespace player

@@ -1,0 +1,86 @@
+// vemo_player: plays standard MIDI files through the engine.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "midi/win32/device_diagnostics.h"
+#include "player/midi_file_import.h"
+#include "player/midi_file_reader.h"
+#include "player/output_devices.h"
+#include "player/play_options.h"
+#include "player/song_inspection.h"
+
+namespace {
+
+constexpr int kUsageStatus = 2;
+
+int Inspect(const std::vector<std::string>& files) {
+    int number = 0;
+    for (const std::string& file : files) {
+        try {
+            ++number;
+            std::cout << player::InspectSong(player::ImportMidiFile(player::ReadMidiFile(file), number));
+        } catch (const std::exception& error) {
+            std::cerr << "vemo_player: " << error.what() << '\n';
+            return kUsageStatus;
+        }
+    }
+    return 0;
+}
+
+int ListDevices() {
+    const player::OutputDevices devices;
+    std::cout << CreateMidiDeviceSummary() << '\n';
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App program("Plays standard MIDI files on a MIDI output, live.");
+    program.require_subcommand(1);
+
+    player::PlayOptions options;
+    CLI::App& play = *program.add_subcommand("play", "Play files, one after another.");
+    play.add_option("FILE", options.files, "Standard MIDI files, each a song")->required();
+    play.add_flag("--offline", options.offline, "Play in virtual time, as fast as the machine goes");
+    play.add_option("--record", options.recordTo, "Write everything that is sent to this MIDI file");
+    play.add_option("--output", options.output, "The output device, by its name or index (see: devices)");
+    play.add_option("--tempo-scale", options.tempoScale, "Play faster or slower: 0.5 is half the tempo, 2 twice")
+        ->check(CLI::Range(0.5, 2.0));
+    play.add_option("--transpose", options.transposition, "Play higher or lower by so many semitones")
+        ->check(CLI::Range(-12, 12));
+    play.add_option("--mute", options.mutedChannels, "Mute the track of this MIDI channel (may be repeated)")
+        ->check(CLI::Range(1, 16))
+        ->allow_extra_args(false);
+    play.add_option("--from", options.fromBar, "Start at this bar, sounding as it would there (single file)")
+        ->check(CLI::Range(1, 999'999));
+    play.add_option("--to", options.toBar, "Stop before this bar (single file)")->check(CLI::Range(1, 999'999));
+    play.add_flag("--json", options.json, "Report the position as JSON, one object a line");
+    play.add_option("--script", options.script, "Carry out the timed commands of this file: at BAR:BEAT COMMAND");
+
+    std::vector<std::string> inspected;
+    CLI::App& inspect = *program.add_subcommand("inspect", "Say what files hold.");
+    inspect.add_option("FILE", inspected, "Standard MIDI files")->required();
+    CLI::App& devices = *program.add_subcommand("devices", "List the MIDI outputs.");
+
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error) == 0 ? 0 : kUsageStatus;
+    }
+    try {
+        if (play.parsed())
+            return player::Play(options);
+        if (inspect.parsed())
+            return Inspect(inspected);
+        if (devices.parsed())
+            return ListDevices();
+    } catch (const std::exception& error) {
+        std::cerr << "vemo_player: " << error.what() << '\n';
+    }
+    return 1;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace player {
+
+/// What the operator asked of `vemo_player play`.
+struct PlayOptions {
+    std::vector<std::string> files;
+    bool offline = false;
+    std::string recordTo;
+    std::string output;  // name or index; empty: the first
+    double tempoScale = 1;
+    int transposition = 0;
+    std::vector<int> mutedChannels;  // 1..16
+    std::optional<int> fromBar;
+    std::optional<int> toBar;
+    bool json = false;
+    std::string script;
+};
+
+/// Plays the files one after another and returns the exit status: 0; 1 for a run
+/// that failed; 2 for what is wrong with the request, found before anything plays;
+/// 130 when interrupted. Messages go to standard error.
+///
+/// Threads: the main thread.
+int Play(const PlayOptions& options);
+
+}  // namespace player

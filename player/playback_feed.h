@@ -1,0 +1,65 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "player/playback_record.h"
+
+namespace player {
+
+/// Carries playback records from the engine's threads to whoever shows, counts or
+/// writes them, without ever making the music wait.
+///
+/// Owner:   the program; it outlives host and subscribers.
+/// Threads: Publish() on the clock thread and others, does not block; each
+///          subscription is read by one thread of its own.
+/// Lock:    one for the list of subscriptions, then one for each, leaves.
+class PlaybackFeed {
+public:
+    /// A queue of records for one reader. A reader that lags makes it grow up to
+    /// kMostRecords; then the oldest records are dropped and counted.
+    class Subscription {
+    public:
+        static constexpr std::size_t kUsualRecords = std::size_t{1} << 12;
+        static constexpr std::size_t kMostRecords = std::size_t{1} << 20;
+
+        Subscription();
+        /// Waits for the next record; nothing once the feed is closed and empty.
+        std::optional<PlaybackRecord> Next();
+        std::uint64_t GetDropped() const;
+
+    private:
+        friend class PlaybackFeed;
+        void Push(const PlaybackRecord& record);
+        void Close();
+
+        mutable std::mutex mutex_;
+        std::condition_variable changed_;
+        // Guarded by mutex_. A ring: first_ is the oldest of count_.
+        std::vector<PlaybackRecord> ring_;
+        std::size_t first_ = 0;
+        std::size_t count_ = 0;
+        std::uint64_t dropped_ = 0;
+        bool closed_ = false;
+    };
+
+    PlaybackFeed();
+    ~PlaybackFeed();
+    PlaybackFeed(const PlaybackFeed&) = delete;
+    PlaybackFeed& operator=(const PlaybackFeed&) = delete;
+
+    std::shared_ptr<Subscription> Subscribe();
+    void Publish(const PlaybackRecord& record);
+    /// Readers get what is left, then nothing.
+    void Close();
+
+private:
+    std::mutex mutex_;
+    std::vector<std::shared_ptr<Subscription>> subscriptions_;  // guarded by mutex_
+};
+
+}  // namespace player

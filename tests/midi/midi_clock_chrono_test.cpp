@@ -1,0 +1,137 @@
+#include "midi/win32/midi_clock_chrono.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "vemo_core/gui_dispatcher.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// A chrono whose time moves only when the test moves it.
+struct Timed {
+    MidiClockChrono::TimePoint now{};
+    MidiClockChrono chrono;
+
+    explicit Timed(unsigned int reportInterval = 100) : chrono(reportInterval, [this] { return now; }) {}
+    /// One interval of that length, the next to last 20 ms.
+    void Interval(std::chrono::nanoseconds length) {
+        now += length;
+        chrono.Start(0.02);
+    }
+    double Corrected() { return chrono.CorrectClockPeriodForAverageError(0.02); }
+};
+
+/// What the user interface is sent while it lives.
+class DebugMessages {
+public:
+    DebugMessages() {
+        notify::guiDispatcher.SetReceiver({{}, [this](const std::string& text) {
+                                               std::lock_guard lock(mutex_);
+                                               texts_.push_back(text);
+                                               arrived_.notify_all();
+                                           }});
+    }
+    ~DebugMessages() { notify::guiDispatcher.SetReceiver({}); }
+    std::vector<std::string> WaitFor(std::size_t count) {
+        std::unique_lock lock(mutex_);
+        arrived_.wait_for(lock, 10s, [&] { return texts_.size() >= count; });
+        return texts_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::vector<std::string> texts_;
+};
+
+TEST(MidiClockChrono, LatenessIsTakenOffTheNextIntervalAndFollowedOnAverage) {
+    Timed timed;
+    timed.chrono.Start(0.02);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.02);  // nothing measured yet
+    timed.Interval(23ms);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.017);
+    for (int i = 0; i < 20; ++i) {
+        timed.Interval(i == 0 ? 40ms : 21ms);
+        EXPECT_DOUBLE_EQ(timed.Corrected(), 0.017) << i;
+    }
+    timed.Interval(21ms);  // the 21st, which pushes the one of 40 ms out
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.016);
+    timed.Interval(25ms);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.016);
+
+    timed.chrono.ResetErrorCorrection();
+    timed.Interval(60ms);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.02);
+    timed.Interval(19ms);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.021);  // early is corrected too
+}
+
+TEST(MidiClockChrono, ACorrectionBeyondTheClockTimeIsDroppedAndItBeginsAfresh) {
+    Timed timed;
+    timed.chrono.Start(0.02);
+    timed.Interval(45ms);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.02);
+    timed.Interval(30ms);  // not measured: the reset expects nothing
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.02);
+    timed.Interval(22ms);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.018);
+}
+
+TEST(MidiClockChrono, ATempoChangeIsNotTakenForLateness) {
+    Timed timed;
+    timed.chrono.Start(0.02);
+    timed.chrono.SetExpectedPeriod(0.03);
+    timed.Interval(31ms);
+    EXPECT_DOUBLE_EQ(timed.Corrected(), 0.019);
+    timed.now += 4ms;
+    EXPECT_DOUBLE_EQ(timed.chrono.GetSecondsSinceStart(), 0.004);
+}
+
+TEST(MidiClockChrono, ReportsAveragesEachTimeEnoughSamplesCame) {
+    DebugMessages messages;
+    {
+        Timed timed(2);
+        for (int sample = 0; sample < 2; ++sample) {
+            timed.chrono.Start(0.02);
+            timed.chrono.ReportClockTime(0.02);
+            timed.now += 1ms;
+            timed.chrono.StopOverhead();
+            timed.now += 24ms;
+            timed.chrono.StopTotal();
+        }
+        ASSERT_EQ(messages.WaitFor(1).size(), 1u);
+        EXPECT_EQ(messages.WaitFor(1)[0],
+                  "MidiClockChrono averageOverheadNanoSeconds = 1000000\n"
+                  "averageTotalNanoSeconds = 25000000\n"
+                  "averageExpectedClockTime nanoseconds = 20000000\n"
+                  "Percent Error = 20%\n"
+                  "Overhead as percentage of expected clock time = 5%\n"
+                  "GetAverageError() = 0\n"
+                  "initialPeriodicError = 0.005\n");
+        timed.chrono.StopTotal();  // what is left is reported at the end
+    }
+    ASSERT_EQ(messages.WaitFor(2).size(), 2u);
+    EXPECT_EQ(messages.WaitFor(2)[1],
+              "MidiClockChrono averageOverheadNanoSeconds = 0\n"
+              "averageTotalNanoSeconds = 25000000\n");
+}
+
+TEST(MidiClockChrono, EndsAtOnceAndInSilenceWhenNothingWasMeasured) {
+    DebugMessages messages;
+    for (int round = 0; round < 300; ++round)
+        MidiClockChrono chrono(100);
+    Timed timed(1);
+    timed.chrono.StopTotal();  // no time at all: nothing to divide by
+    timed.chrono.ReportClockTime(0);
+    EXPECT_EQ(messages.WaitFor(1).size(), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,207 @@
+#!/usr/bin/python3
+"""Does a recording hold every channel message of its songs, once, in order and in time?
+
+    check_recording.py RECORDING SONG... [options]
+
+The songs played one after another, each from where the one before ended. Per channel, the messages of a song stand in
+the recording without a gap, controllers 120 to 127 left out and a note-on of velocity 0 taken for a note-off of
+velocity 64. What the player adds stands before the first and after the last of them, and is only what the options
+allow there: by default pitch bends, controllers, program changes and (after) note-offs. Each message lies within one
+MIDI clock of its ideal time, or a clock for each song played so far. After the last song nothing sounds.
+
+Read by mido, which shares nothing with the player.
+"""
+
+import argparse
+import bisect
+import sys
+
+import mido
+
+KINDS = {"off": 0x80, "on": 0x90, "aftertouch": 0xA0, "controller": 0xB0, "program": 0xC0, "pressure": 0xD0,
+         "bend": 0xE0}
+CLOCKS_PER_QUARTER = 24
+
+
+class Song:
+    """A file as its composer meant it: messages by channel as (seconds, seconds of a clock there, bytes)."""
+
+    def __init__(self, path, tempos_on_clocks=False):
+        midi = mido.MidiFile(path)
+        events = []
+        end = 0
+        for track in midi.tracks:
+            tick = 0
+            for message in track:
+                tick += message.time
+                events.append((tick, message))
+            end = max(end, tick)
+        events.sort(key=lambda event: event[0])  # stable: track by track
+        self.set_times(midi.ticks_per_beat, events, tempos_on_clocks)
+        self.channels = [[] for _ in range(16)]
+        for tick, message in events:
+            if message.type in ("sysex", "sysex_end") or message.is_meta:
+                continue
+            data = bytes(message.bytes())
+            if data[0] & 0xF0 == 0xB0 and data[1] >= 120:
+                continue
+            if data[0] & 0xF0 == 0x90 and data[2] == 0:
+                data = bytes((0x80 | data[0] & 0x0F, data[1], 64))
+            seconds, clock = self.time(tick)
+            self.channels[data[0] & 0x0F].append((seconds, clock, data))
+        self.seconds = self.time(end)[0]
+
+    def set_times(self, division, events, tempos_on_clocks):
+        if division < 0 or division >= 0x8000:  # SMPTE: two bytes, the first one negative
+            rate = 256 - (division >> 8 & 0xFF)
+            second = (30000 / 1001 if rate == 29 else rate) * (division & 0xFF)
+            self.quarter = second / 2 * (1001 / 1000 if rate == 29 else 1)
+            tempos = {0: 0.5005 if rate == 29 else 0.5}
+        else:
+            self.quarter = division
+            tempos = {0: 0.5}
+            for tick, message in events:
+                if message.type == "set_tempo":
+                    tempos[tick] = message.tempo / 1e6
+        clock = self.quarter / CLOCKS_PER_QUARTER
+        if tempos_on_clocks:  # from the first clock that does not lie before the tempo
+            tempos = {-(-tick // clock) * clock if tick % clock > 1e-9 else tick: tempos[tick]
+                      for tick in sorted(tempos)}
+        self.starts = []  # (tick, seconds, seconds of a quarter note)
+        seconds = 0.0
+        for tick in sorted(tempos):
+            if self.starts:
+                last = self.starts[-1]
+                seconds = last[1] + (tick - last[0]) / self.quarter * last[2]
+            self.starts.append((tick, seconds, tempos[tick]))
+
+    def time(self, tick):
+        at = bisect.bisect_right(self.starts, tick, key=lambda start: start[0]) - 1
+        start, seconds, quarter = self.starts[at]
+        # The clock that carries a message may have begun under the tempo before.
+        longest = max(quarter, self.starts[at - 1][2]) if at > 0 else quarter
+        return seconds + (tick - start) / self.quarter * quarter, longest / CLOCKS_PER_QUARTER
+
+
+def read_recording(path):
+    """Messages by channel as (seconds, bytes)."""
+    midi = mido.MidiFile(path)
+    faults = []
+    if midi.type != 0 or len(midi.tracks) != 1 or midi.ticks_per_beat != 5000:
+        faults.append(f"format {midi.type} with {len(midi.tracks)} tracks and {midi.ticks_per_beat} ticks, "
+                      "not format 0 with 5000 ticks a quarter note")
+    channels = [[] for _ in range(16)]
+    tick = 0
+    for message in midi.tracks[0]:
+        tick += message.time
+        if message.type == "set_tempo" and message.tempo != 500000:
+            faults.append(f"a tempo of {message.tempo}")
+        if not message.is_meta and message.type != "sysex":
+            data = bytes(message.bytes())
+            channels[data[0] & 0x0F].append((tick / 10000, data))
+    return channels, faults
+
+
+def text(data):
+    return " ".join(f"{byte:02X}" for byte in data)
+
+
+def first_place(recorded, wanted, start):
+    """Where the wanted messages stand from start on, one after another; None if nowhere."""
+    for place in range(start, len(recorded) - len(wanted) + 1):
+        if all(recorded[place + index][1] == wanted[index][2] for index in range(len(wanted))):
+            return place
+    return None
+
+
+def closest_failure(recorded, wanted, start):
+    """The longest beginning of the wanted messages that is there, for the report."""
+    best = (0, start)
+    for place in range(start, len(recorded)):
+        count = 0
+        while (count < len(wanted) and place + count < len(recorded)
+               and recorded[place + count][1] == wanted[count][2]):
+            count += 1
+        best = max(best, (count, place))
+    return best
+
+
+def check(recording, songs, before, after, slack, tempos_on_clocks=False, muted=()):
+    """A list of faults, each a line."""
+    channels, faults = read_recording(recording)
+    songs = [Song(path, tempos_on_clocks) for path in songs]
+    for channel, recorded in enumerate(channels):
+        place = 0
+        offset = 0.0
+        for number, song in enumerate(songs, 1):
+            wanted = [] if channel in muted else song.channels[channel]
+            name = f"song {number}, channel {channel + 1}"
+            found = first_place(recorded, wanted, place) if wanted else place
+            if found is None:
+                count, at = closest_failure(recorded, wanted, place)
+                got = text(recorded[at + count][1]) if at + count < len(recorded) else "the end"
+                faults.append(f"{name}: after {count} of {len(wanted)} messages {got} instead of "
+                              f"{text(wanted[count][2])} at {wanted[count][0]:.4f} s")
+                break
+            allowed = before if number == 1 else before | after
+            faults += extras(recorded[place:found], allowed, f"{name}, before it")
+            for (seconds, clock, data), (at, _) in zip(wanted, recorded[found:]):
+                if abs(at - offset - seconds) > number * clock + slack:
+                    faults.append(f"{name}: {text(data)} at {at - offset:.4f} s instead of {seconds:.4f} s, "
+                                  f"more than {number} clocks of {clock:.4f} s away")
+                    break
+            place = found + len(wanted)
+            offset += song.seconds
+        else:
+            faults += extras(recorded[place:], after, f"channel {channel + 1}, after the last song")
+            faults += sounding(recorded, channel)
+    return faults
+
+
+def extras(messages, allowed, where):
+    return [f"{where}: {text(data)} at {at:.4f} s, which is no message of the song"
+            for at, data in messages if data[0] & 0xF0 not in allowed][:1]
+
+
+def sounding(messages, channel):
+    notes = set()
+    for _, data in messages:
+        kind = data[0] & 0xF0
+        if kind == 0x90 and data[2] > 0:
+            notes.add(data[1])
+        elif kind in (0x80, 0x90):
+            notes.discard(data[1])
+    return [f"channel {channel + 1}: notes {sorted(notes)} sound to the end"] if notes else []
+
+
+def kinds(words):
+    return {KINDS[word] for word in words.split(",") if word}
+
+
+BEFORE = kinds("bend,controller,program")
+AFTER = kinds("off,bend,controller,program")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("recording")
+    parser.add_argument("songs", nargs="+", metavar="SONG")
+    parser.add_argument("--before", type=kinds, default=BEFORE, metavar="KINDS",
+                        help=f"what may stand before a song's messages, of {','.join(KINDS)}")
+    parser.add_argument("--after", type=kinds, default=AFTER, metavar="KINDS",
+                        help="what may stand after the last song's and, with --before, between two songs'")
+    parser.add_argument("--slack", type=float, default=0.0002, metavar="SECONDS",
+                        help="beyond a MIDI clock; the recording's own ticks are 0.0001 s")
+    parser.add_argument("--tempos-on-clocks", action="store_true",
+                        help="a tempo between two clocks holds from the second one on")
+    parser.add_argument("--mute", type=int, action="append", default=[], metavar="CHANNEL",
+                        help="1 to 16; nothing of this channel is to be heard")
+    options = parser.parse_args()
+    faults = check(options.recording, options.songs, options.before, options.after, options.slack,
+                   options.tempos_on_clocks, {channel - 1 for channel in options.mute})
+    print("\n".join(faults) if faults else "the recording holds its songs")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
