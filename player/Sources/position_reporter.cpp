@@ -57,7 +57,7 @@ void PositionReporter::Take(const PlaybackRecord& record) {
     if (record.kind == PlaybackRecord::Kind::kDownbeat)
         return;
     if (record.kind == PlaybackRecord::Kind::kEnd) {
-        now_.seconds = std::chrono::duration<double>(record.sinceStart).count();
+        // The place of the last clock, which is where the song ended.
         Report("end");
         return;
     }

@@ -14,6 +14,7 @@ Read by mido, which shares nothing with the player.
 
 import argparse
 import bisect
+import math
 import sys
 
 import mido
@@ -26,7 +27,7 @@ CLOCKS_PER_QUARTER = 24
 class Song:
     """A file as its composer meant it: messages by channel as (seconds, seconds of a clock there, bytes)."""
 
-    def __init__(self, path, tempos_on_clocks=False):
+    def __init__(self, path, tempos_by_clock=False):
         midi = mido.MidiFile(path)
         events = []
         end = 0
@@ -37,7 +38,7 @@ class Song:
                 events.append((tick, message))
             end = max(end, tick)
         events.sort(key=lambda event: event[0])  # stable: track by track
-        self.set_times(midi.ticks_per_beat, events, tempos_on_clocks)
+        self.set_times(midi.ticks_per_beat, events, tempos_by_clock)
         self.channels = [[] for _ in range(16)]
         for tick, message in events:
             if message.type in ("sysex", "sysex_end") or message.is_meta:
@@ -51,7 +52,7 @@ class Song:
             self.channels[data[0] & 0x0F].append((seconds, clock, data))
         self.seconds = self.time(end)[0]
 
-    def set_times(self, division, events, tempos_on_clocks):
+    def set_times(self, division, events, tempos_by_clock):
         if division < 0 or division >= 0x8000:  # SMPTE: two bytes, the first one negative
             rate = 256 - (division >> 8 & 0xFF)
             second = (30000 / 1001 if rate == 29 else rate) * (division & 0xFF)
@@ -63,10 +64,8 @@ class Song:
             for tick, message in events:
                 if message.type == "set_tempo":
                     tempos[tick] = message.tempo / 1e6
-        clock = self.quarter / CLOCKS_PER_QUARTER
-        if tempos_on_clocks:  # from the first clock that does not lie before the tempo
-            tempos = {-(-tick // clock) * clock if tick % clock > 1e-9 else tick: tempos[tick]
-                      for tick in sorted(tempos)}
+        if tempos_by_clock:
+            tempos = self.tempos_by_clock(tempos)
         self.starts = []  # (tick, seconds, seconds of a quarter note)
         seconds = 0.0
         for tick in sorted(tempos):
@@ -74,6 +73,19 @@ class Song:
                 last = self.starts[-1]
                 seconds = last[1] + (tick - last[0]) / self.quarter * last[2]
             self.starts.append((tick, seconds, tempos[tick]))
+
+    def tempos_by_clock(self, tempos):
+        """From which tick on each tempo shapes the engine's clock: it holds for the clock that leads to its place."""
+        clock = self.quarter / CLOCKS_PER_QUARTER
+        steps = self.quarter
+        while round(steps) % CLOCKS_PER_QUARTER != 0 or steps != round(steps):
+            steps += self.quarter
+        song_tick = self.quarter / (steps if steps <= 65535 else 960)  # the song's ticks, where they are rounded ones
+        effective = {}
+        for tick in sorted(tempos):
+            clocks = round(tick / song_tick) * song_tick / clock
+            effective[max(0, math.ceil(clocks - 1e-6) - 1) * clock] = tempos[tick]
+        return effective
 
     def time(self, tick):
         at = bisect.bisect_right(self.starts, tick, key=lambda start: start[0]) - 1
@@ -126,10 +138,10 @@ def closest_failure(recorded, wanted, start):
     return best
 
 
-def check(recording, songs, before, after, slack, tempos_on_clocks=False, muted=()):
+def check(recording, songs, before, after, slack, tempos_by_clock=False, muted=()):
     """A list of faults, each a line."""
     channels, faults = read_recording(recording)
-    songs = [Song(path, tempos_on_clocks) for path in songs]
+    songs = [Song(path, tempos_by_clock) for path in songs]
     for channel, recorded in enumerate(channels):
         place = 0
         offset = 0.0
@@ -192,13 +204,14 @@ def main():
                         help="what may stand after the last song's and, with --before, between two songs'")
     parser.add_argument("--slack", type=float, default=0.0002, metavar="SECONDS",
                         help="beyond a MIDI clock; the recording's own ticks are 0.0001 s")
-    parser.add_argument("--tempos-on-clocks", action="store_true",
-                        help="a tempo between two clocks holds from the second one on")
+    parser.add_argument("--tempos-by-clock", action="store_true",
+                        help="a tempo holds from the clock on that leads to its place, as in the engine: without this "
+                             "the tempos of the file decide, and each change moves the rest by a part of a clock")
     parser.add_argument("--mute", type=int, action="append", default=[], metavar="CHANNEL",
                         help="1 to 16; nothing of this channel is to be heard")
     options = parser.parse_args()
     faults = check(options.recording, options.songs, options.before, options.after, options.slack,
-                   options.tempos_on_clocks, {channel - 1 for channel in options.mute})
+                   options.tempos_by_clock, {channel - 1 for channel in options.mute})
     print("\n".join(faults) if faults else "the recording holds its songs")
     return 1 if faults else 0
 

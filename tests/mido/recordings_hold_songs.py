@@ -24,10 +24,8 @@ def faults_of(binaries, songs, recording):
                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=300)
     if run.returncode != 0:
         return [f"the player's status is {run.returncode}: {run.stderr.strip()[-500:]}"]
-    # The engine's tempo changes at its clocks, so that every further change between two
-    # clocks moves the rest of the song by a part of a clock.
     return check_recording.check(recording, songs, check_recording.BEFORE, check_recording.AFTER, 0.0002,
-                                 tempos_on_clocks=True)
+                                 tempos_by_clock=True)
 
 
 def main():
