@@ -96,7 +96,7 @@ protected:
 private:
     class Flight;
 
-    bool IsTooLate_(const char* operation, unsigned int validAt) const;
+    bool IsTooLate_(const char* warning, unsigned int validAt) const;
 
     // Guarded by GetMutex().
     // Changes come and go with every click, on the clock thread: the nodes are

@@ -37,7 +37,7 @@ void StandardMidiClock::SetClocksPerClick(int clocksPerClick, unsigned int valid
         deferredClocksPerClick_.emplace_back(clocksPerClick, validAt);
     else if (validAt == 0)
         clockState_.SetClocksPerClick(clocksPerClick);
-    else if (!IsTooLate_("SetClocksPerClick", validAt))
+    else if (!IsTooLate_("WARNING: SetClocksPerClick ignored. ", validAt))
         pendingClockStates_[validAt].SetClocksPerClick(clocksPerClick);
 }
 
@@ -47,7 +47,7 @@ void StandardMidiClock::SetClockTime(double clockTime, unsigned int validAt) {
         deferredClockTimes_.emplace_back(clockTime, validAt);
     else if (validAt == 0)
         clockState_.SetClockTime(clockTime);
-    else if (!IsTooLate_("SetClockTime", validAt))
+    else if (!IsTooLate_("WARNING: SetClockTime ignored. ", validAt))
         pendingClockStates_[validAt].SetClockTime(clockTime);
 }
 
@@ -60,7 +60,7 @@ void StandardMidiClock::SetTickIndex(unsigned int tickIndex, int clockNumber, un
         deferredClockTimes_.clear();
     } else if (validAt == 0) {
         clockState_ = state;
-    } else if (!IsTooLate_("SetTickIndex", validAt)) {
+    } else if (!IsTooLate_("WARNING: SetTickIndex ignored. ", validAt)) {
         pendingClockStates_[validAt] = state;
     }
 }
@@ -183,11 +183,10 @@ StandardMidiClock::Run StandardMidiClock::BeginRun() {
     return run_;
 }
 
-bool StandardMidiClock::IsTooLate_(const char* operation, unsigned int validAt) const {
+bool StandardMidiClock::IsTooLate_(const char* warning, unsigned int validAt) const {
     const unsigned int now = clockState_.GetTickIndex();
     if (validAt >= now)
         return false;
-    zell::CoutBuffer() << "WARNING: " << operation << " ignored. validAt=" << validAt << ", tickIndex=" << now
-                       << zell::endl;
+    zell::CoutBuffer() << warning << "validAt=" << validAt << ", tickIndex=" << now << zell::endl;
     return true;
 }

@@ -142,7 +142,9 @@ public:
     Run& operator=(const Run&) = delete;
 
     int Play() {
-        transport_->Post({CommandKind::kPlay, 0, 1, 1}).get();
+        const CommandAnswer started = transport_->Post({CommandKind::kPlay, 0, 1, 1}).get();
+        if (!started.done)
+            transport_->PostFault(started.message);
         const int status = WaitForEnd();
         // Everything that was sent is with the recording before it is written.
         transport_.reset();
@@ -302,6 +304,7 @@ int Play(const PlayOptions& options) {
         Complain("--offline and --record are not to be had on this system: its MIDI service plays in real time only");
         return kRefused;
     }
+    bool hasStarted = false;
     try {
         const SongSource songs = ReadSongs(options.files);
         Script script = ReadScript(options.script);
@@ -312,10 +315,13 @@ int Play(const PlayOptions& options) {
         Run run(options, songs, std::move(script), devices, output);
         std::signal(SIGINT, OnInterrupt);
         std::signal(SIGTERM, OnInterrupt);
+        hasStarted = true;
         return run.Play();
     } catch (const std::exception& error) {
-        Complain(error.what());
-        return kRefused;
+        // Of an output that cannot be opened, the engine lists every device below.
+        const std::string message = error.what();
+        Complain(message.substr(0, message.find('\n')));
+        return hasStarted ? kFailed : kRefused;
     }
 }
 

@@ -108,7 +108,10 @@ void Transport::Run() {
             answer = {false, error.what()};
         } catch (const std::exception& error) {
             answer = {false, error.what()};
-            Fail(error.what());
+            // A message that could not be sent is no reason to end the show; music
+            // that has broken off is.
+            if (state_ == TransportState::kPlaying && !host_.IsPlaying())
+                Fail(error.what());
         }
         if (!answer.message.empty()) {
             messages_.push_back(answer.message);

@@ -16,7 +16,6 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using vemo_midi::VoiceEvent;
 
 namespace {
 

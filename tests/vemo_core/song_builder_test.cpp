@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <stdexcept>
@@ -97,13 +97,18 @@ TEST(SongBuilder, BeatsOfNoWholeTicksDoNotAddUpTheirError) {
 }
 
 TEST(SongBuilder, SortsATracksEventsByTimeAndKeepsTheOrderWithinATick) {
-    const std::vector<VoiceEvent> events = {{20, 0x90, 0x13, 60, 1}, {10, 0xB0, 0x13, 7, 100}, {20, 0x80, 0x13, 60, 2},
-                                            {0, 0xC0, 0x13, 5, 0},   {10, 0xB0, 0x13, 10, 64}, {20, 0x90, 0x13, 60, 3}};
-    const auto song = SongBuilder(24).Track(0x13, "Violin", 40, 90, 5, events).EndAt(20).StartAt(20).BuildSong();
+    std::vector<VoiceEvent> given;
+    for (std::uint8_t value = 0; value < 100; ++value)  // ticks 20 and 10 by turns
+        given.emplace_back(value % 2 == 0 ? 20 : 10, 0xB0, 0x13, 7, value);
+    const auto song = SongBuilder(24).Track(0x13, "Violin", 40, 90, 5, given).EndAt(20).StartAt(20).BuildSong();
+
     const auto& track = song.GetVoiceData().at(0x13);
-    const std::vector<VoiceEvent> expected = {events[3], events[1], events[4], events[0], events[2], events[5]};
+    std::vector<VoiceEvent> expected;
+    for (std::uint8_t value = 1; value < 100; value += 2)
+        expected.emplace_back(10, 0xB3, 0, 7, value);
+    for (std::uint8_t value = 0; value < 100; value += 2)
+        expected.emplace_back(20, 0xB3, 0, 7, value);
     EXPECT_EQ(track.GetEvents(), expected);
-    EXPECT_EQ(track.GetEvents()[3].message.status, 0x93);
     EXPECT_EQ(track.GetTrackId(), 0x13);
     EXPECT_EQ(track.GetTrackName(), "Violin");
     EXPECT_EQ(track.GetNoteRange(), (std::pair<std::uint8_t, std::uint8_t>{40, 90}));
@@ -219,6 +224,7 @@ TEST(SongBuilder, RefusesWhatNoEngineCouldPlay) {
         {[](B& b) { b.Meter(100, 4, 4, 24, 25).Click(0, 100, 1); }, "accepted"},
         {[](B& b) { b.Meter(100, 4, 4, 24, 25).Click(0, 101, 1); },
          "thirty-seconds of the click at tick 0, 1 is refused: allowed are 2 and more, a MIDI clock of its meter"},
+        {[](B& b) { b.Meter(0, 4, 4, 24, 25).Meter(100, 4, 4, 24, 8).Click(100, 200, 1); }, "accepted"},
         {[](B& b) { b.TempoScale(0, 10, 0); }, "tempo scale 0 is refused: allowed are 0.001 to 1000"},
         {[=](B& b) { b.TempoScale(0, 10, kNotANumber); }, "tempo scale nan is refused: allowed are 0.001 to 1000"},
         {[](B& b) { b.Transpose(0, 10, 128); }, "transposition 128 is refused: allowed are -127 to 127"},

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+/// How long a thread test waits for what a working build does at once.
+inline constexpr std::chrono::seconds kPatience{60};
+
+/// Runs the work on a thread of its own. What hangs keeps its objects for ever,
+/// so that no later test could run: the process ends with a failure.
+template <class Work>
+void MustEnd(const char* what, Work work) {
+    std::packaged_task<void()> task(std::move(work));
+    std::future<void> ended = task.get_future();
+    std::thread thread(std::move(task));
+    if (ended.wait_for(kPatience) != std::future_status::ready) {
+        std::cerr << "FAILED: this hangs: " << what << std::endl;
+        std::_Exit(EXIT_FAILURE);
+    }
+    thread.join();
+    ended.get();
+}
+
+/// What other threads have reached, for a test that waits for it.
+class Count {
+public:
+    void Add() {
+        std::lock_guard lock(mutex_);
+        ++count_;
+        changed_.notify_all();
+    }
+    int Get() const {
+        std::lock_guard lock(mutex_);
+        return count_;
+    }
+    bool WaitFor(int count) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, kPatience, [&] { return count_ >= count; });
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    int count_ = 0;
+};
