@@ -239,9 +239,8 @@ private:
                 break;
             // With the ring full, so that every run does the same.
             host.WaitForFills(4, kLongestSilence);
-            script_.RunNext(*running_);
+            RunNextLine(*song, [&host] { return host.GetTick(); });
         }
-        NoteScriptSettled();
     }
 
     // Real time: on the listener's thread.
@@ -249,12 +248,14 @@ private:
         const auto song = songs_.GetSong(songs_.GetKey(record.song - 1));
         const std::uint32_t next = record.tick + song->song.GetResolution() / 24u;
         while (script_.IsDue(*song, next))
-            script_.RunNext(*running_);
-        NoteScriptSettled();
+            RunNextLine(*song, [next] { return next; });
     }
 
-    void NoteScriptSettled() {
-        if (running_->GetSnapshot()->state == TransportState::kStopped)
+    // A line that stops the music ends the run, unless the next one is due there.
+    template <class GetTick>
+    void RunNextLine(const ImportedSong& song, GetTick getTick) {
+        script_.RunNext(*running_);
+        if (running_->GetSnapshot()->state == TransportState::kStopped && !script_.IsDue(song, getTick()))
             scriptHasSettled_ = true;
     }
 

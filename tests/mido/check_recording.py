@@ -3,11 +3,11 @@
 
     check_recording.py RECORDING SONG... [options]
 
-The songs played one after another, each from where the one before ended. Per channel, the messages of a song stand in
-the recording without a gap, controllers 120 to 127 left out and a note-on of velocity 0 taken for a note-off of
-velocity 64. What the player adds stands before the first and after the last of them, and is only what the options
-allow there: by default pitch bends, controllers, program changes and (after) note-offs. Each message lies within one
-MIDI clock of its ideal time, or a clock for each song played so far. After the last song nothing sounds.
+The songs played one after another. Per channel, the messages of a song stand in the recording without a gap,
+controllers 120 to 127 left out and a note-on of velocity 0 taken for a note-off of velocity 64. What the player adds
+stands before the first and after the last of them, and is only what the options allow there: by default pitch bends,
+controllers, program changes and (after) note-offs. Each message lies within one MIDI clock of its ideal time. After
+the last song no note sounds, judged without the help of controllers 120 to 127.
 
 Read by mido, which shares nothing with the player.
 """
@@ -22,6 +22,14 @@ import mido
 KINDS = {"off": 0x80, "on": 0x90, "aftertouch": 0xA0, "controller": 0xB0, "program": 0xC0, "pressure": 0xD0,
          "bend": 0xE0}
 CLOCKS_PER_QUARTER = 24
+
+
+def kinds(words):
+    return {KINDS[word] for word in words.split(",") if word}
+
+
+BEFORE = kinds("bend,controller,program")
+AFTER = kinds("off,bend,controller,program")
 
 
 class Song:
@@ -50,7 +58,12 @@ class Song:
                 data = bytes((0x80 | data[0] & 0x0F, data[1], 64))
             seconds, clock = self.time(tick)
             self.channels[data[0] & 0x0F].append((seconds, clock, data))
-        self.seconds = self.time(end)[0]
+        self.end = end
+
+    def next_start(self, clocks):
+        """When another song starts so many clocks after the one that holds the end of this song."""
+        clock = self.quarter / CLOCKS_PER_QUARTER
+        return self.time((math.floor(self.end / clock + 1e-6) + clocks) * clock)[0]
 
     def set_times(self, division, events, tempos_by_clock):
         if division < 0 or division >= 0x8000:  # SMPTE: two bytes, the first one negative
@@ -76,6 +89,8 @@ class Song:
 
     def tempos_by_clock(self, tempos):
         """From which tick on each tempo shapes the engine's clock: it holds for the clock that leads to its place."""
+        if len(tempos) == 1:  # among them SMPTE time, whose ticks need not be whole
+            return tempos
         clock = self.quarter / CLOCKS_PER_QUARTER
         steps = self.quarter
         while round(steps) % CLOCKS_PER_QUARTER != 0 or steps != round(steps):
@@ -126,7 +141,31 @@ def first_place(recorded, wanted, start):
     return None
 
 
-def closest_failure(recorded, wanted, start):
+def places_from(recorded, wanted, place, start, slack):
+    """Where the messages of a later song stand, and the extra ones before and among them.
+
+    At its first clock the player adds what the song before left set and this one does not set itself; an extra message
+    may be the same as one of the song's, so that the most is tried that the first clock can hold, and then less.
+    """
+    most = len(wanted)
+    while True:
+        places, extra = [], []
+        at = place
+        while at < len(recorded) and recorded[at][0] <= start + slack:
+            if recorded[at][0] >= start - slack and len(places) < most and recorded[at][1] == wanted[len(places)][2]:
+                places.append(at)
+            else:
+                extra.append(recorded[at])
+            at += 1
+        most = len(places) - 1
+        while len(places) < len(wanted) and at < len(recorded) and recorded[at][1] == wanted[len(places)][2]:
+            places.append(at)
+            at += 1
+        if len(places) == len(wanted) or most < 0:
+            return places, extra
+
+
+def closest(recorded, wanted, start):
     """The longest beginning of the wanted messages that is there, for the report."""
     best = (0, start)
     for place in range(start, len(recorded)):
@@ -138,7 +177,8 @@ def closest_failure(recorded, wanted, start):
     return best
 
 
-def check(recording, songs, before, after, slack, tempos_by_clock=False, muted=()):
+def check(recording, songs, before=BEFORE, after=AFTER, slack=0.0002, tempos_by_clock=False, clocks_between=2,
+          muted=()):
     """A list of faults, each a line."""
     channels, faults = read_recording(recording)
     songs = [Song(path, tempos_by_clock) for path in songs]
@@ -148,22 +188,31 @@ def check(recording, songs, before, after, slack, tempos_by_clock=False, muted=(
         for number, song in enumerate(songs, 1):
             wanted = [] if channel in muted else song.channels[channel]
             name = f"song {number}, channel {channel + 1}"
-            found = first_place(recorded, wanted, place) if wanted else place
-            if found is None:
-                count, at = closest_failure(recorded, wanted, place)
+            if number == 1:
+                found = first_place(recorded, wanted, place) if wanted else place
+                places = range(found, found + len(wanted)) if found is not None else []
+                faults += extras(recorded[:places[0]] if places else [], before, f"{name}, before it")
+            else:
+                places, extra = places_from(recorded, wanted, place, offset, slack)
+                faults += extras(extra, before | after, f"{name}, before it")
+            if len(places) < len(wanted):
+                count, at = (len(places), places[-1] + 1 - len(places)) if places else closest(recorded, wanted, place)
                 got = text(recorded[at + count][1]) if at + count < len(recorded) else "the end"
                 faults.append(f"{name}: after {count} of {len(wanted)} messages {got} instead of "
                               f"{text(wanted[count][2])} at {wanted[count][0]:.4f} s")
                 break
-            allowed = before if number == 1 else before | after
-            faults += extras(recorded[place:found], allowed, f"{name}, before it")
-            for (seconds, clock, data), (at, _) in zip(wanted, recorded[found:]):
-                if abs(at - offset - seconds) > number * clock + slack:
-                    faults.append(f"{name}: {text(data)} at {at - offset:.4f} s instead of {seconds:.4f} s, "
-                                  f"more than {number} clocks of {clock:.4f} s away")
+            for (seconds, clock, data), index in zip(wanted, places):
+                late = recorded[index][0] - offset - seconds
+                # Where the engine's own clock is the measure, nothing leaves after its time;
+                # a fiftieth of a clock is what rounded ticks make of it.
+                latest = clock / 50 if tempos_by_clock else clock
+                if not -clock - slack <= late <= latest + slack:
+                    faults.append(f"{name}: {text(data)} at {seconds + late:.4f} s instead of {seconds:.4f} s, "
+                                  f"a clock being {clock:.4f} s")
                     break
-            place = found + len(wanted)
-            offset += song.seconds
+            if len(places) > 0:
+                place = places[-1] + 1
+            offset += song.next_start(clocks_between)
         else:
             faults += extras(recorded[place:], after, f"channel {channel + 1}, after the last song")
             faults += sounding(recorded, channel)
@@ -186,14 +235,6 @@ def sounding(messages, channel):
     return [f"channel {channel + 1}: notes {sorted(notes)} sound to the end"] if notes else []
 
 
-def kinds(words):
-    return {KINDS[word] for word in words.split(",") if word}
-
-
-BEFORE = kinds("bend,controller,program")
-AFTER = kinds("off,bend,controller,program")
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("recording")
@@ -207,11 +248,16 @@ def main():
     parser.add_argument("--tempos-by-clock", action="store_true",
                         help="a tempo holds from the clock on that leads to its place, as in the engine: without this "
                              "the tempos of the file decide, and each change moves the rest by a part of a clock")
+    parser.add_argument("--clocks-between", type=int, default=2, metavar="N",
+                        help="the next song starts N clocks after the one that holds the end of the song before: 2, "
+                             "as the cycle between them is the one that ends the song")
     parser.add_argument("--mute", type=int, action="append", default=[], metavar="CHANNEL",
                         help="1 to 16; nothing of this channel is to be heard")
     options = parser.parse_args()
+    if len(options.songs) > 1 and not options.tempos_by_clock:
+        parser.error("where a later song starts is known only --tempos-by-clock")
     faults = check(options.recording, options.songs, options.before, options.after, options.slack,
-                   options.tempos_by_clock, {channel - 1 for channel in options.mute})
+                   options.tempos_by_clock, options.clocks_between, {channel - 1 for channel in options.mute})
     print("\n".join(faults) if faults else "the recording holds its songs")
     return 1 if faults else 0
 

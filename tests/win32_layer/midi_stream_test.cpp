@@ -147,6 +147,9 @@ TEST_F(MidiStreamLayer, AStreamOpensPausedAndPlaysWhatWaitedInOrderOnceRestarted
     EXPECT_EQ(first.header.dwFlags, DWORD{MHDR_PREPARED | MHDR_DONE | MHDR_ISSTRM});
     EXPECT_EQ(device->GetPlayed()[1].buffer, 1u);
     EXPECT_EQ(Messages(), (std::vector<UINT>{MOM_OPEN, MOM_DONE, MOM_DONE}));
+    midiStreamStop(stream);  // paused again
+    ASSERT_EQ(Out(first), 0u);
+    EXPECT_EQ(first.header.dwFlags, DWORD{MHDR_PREPARED | MHDR_INQUEUE | MHDR_ISSTRM});
 }
 
 TEST_F(MidiStreamLayer, ASendOfABadBufferIsRefusedAndLeavesItAsItWas) {
@@ -343,37 +346,42 @@ TEST_F(MidiStreamLayer, StopComesBackThoughACallbackWaitsForTheStopper) {
 }
 
 TEST_F(MidiStreamLayer, CloseWaitsForARunningCallbackAndIsTheEnd) {
-    std::latch inCallback(1), goOn(1);
-    std::atomic<bool> callbackOver{false};
-    onMessage = [&](UINT message, LPMIDIHDR) {
-        if (message == MOM_DONE && !callbackOver) {
-            inCallback.count_down();
-            goOn.wait();
-            callbackOver = true;
+    for (const Delivery delivery : {Delivery::kThread, Delivery::kInline})
+        for (const bool anotherIsHeld : {false, true}) {
+            Layer::Instance().SetDelivery(delivery);
+            calls.clear();
+            std::latch inCallback(1);
+            std::atomic<bool> callbackOver{false};
+            onMessage = [&](UINT message, LPMIDIHDR) {
+                if (message != MOM_DONE || inCallback.try_wait())
+                    return;
+                inCallback.count_down();
+                while (midiStreamRestart(stream) == 0)  // until the close has begun
+                    std::this_thread::yield();
+                callbackOver = true;
+            };
+            OpenAndRestart();
+            auto first = std::make_unique<Buffer>(std::vector<DWORD>{kNoteOn});
+            auto held = std::make_unique<Buffer>(std::vector<DWORD>{kNoteOn});
+            Prepare(*first);
+            Prepare(*held);
+            if (anotherIsHeld) {
+                Layer::Instance().HoldBuffers(1);
+                ASSERT_EQ(Out(*held), 0u);
+            }
+            std::thread sender([&] { EXPECT_EQ(Out(*first), 0u); });
+            inCallback.wait();
+            EXPECT_EQ(midiStreamClose(stream), 0u);
+            EXPECT_TRUE(callbackOver);
+            first.reset();  // the address sanitizer sees it when the layer still touches one
+            held.reset();
+            std::vector<UINT> expected{MOM_OPEN, MOM_DONE, MOM_DONE, MOM_CLOSE};
+            if (!anotherIsHeld)
+                expected.erase(expected.begin() + 1);
+            EXPECT_EQ(Messages(), expected);
+            sender.join();
+            stream = nullptr;
         }
-    };
-    OpenAndRestart();
-    auto first = std::make_unique<Buffer>(std::vector<DWORD>{kNoteOn});
-    auto second = std::make_unique<Buffer>(std::vector<DWORD>{kNoteOn});
-    Prepare(*first);
-    Prepare(*second);
-    ASSERT_EQ(Out(*first), 0u);
-    inCallback.wait();
-    ASSERT_EQ(Out(*second), 0u);
-    bool overAtReturn = false;
-    std::thread closer([&] {
-        midiStreamClose(stream);
-        overAtReturn = callbackOver;
-    });
-    goOn.count_down();
-    closer.join();
-    EXPECT_TRUE(overAtReturn);
-    first.reset();  // the address sanitizer sees it when the layer still touches one
-    second.reset();
-    const std::vector<UINT> messages = Messages();
-    EXPECT_EQ(messages, (std::vector<UINT>{MOM_OPEN, MOM_DONE, MOM_DONE, MOM_CLOSE}));
-    EXPECT_EQ(Out(*std::make_unique<Buffer>(std::vector<DWORD>{kNoteOn})), 5u);
-    stream = nullptr;
 }
 
 TEST_F(MidiStreamLayer, CloseInsideACallbackGivesBackTheRestAndDoesNotWaitForItself) {
@@ -509,9 +517,14 @@ TEST_F(MidiStreamLayer, AHeldBufferIsNeitherPlayedNorReturnedUntilReleasedAndLet
         EXPECT_EQ(calls.back().header, &other.header);
         EXPECT_EQ(Played(), (std::vector<Bytes>{{0x80, 0x3C, 0x00}}));
         EXPECT_EQ(Unprepare(held), 65u);
+        midiStreamStop(stream);  // gives back the held one unplayed
+        Layer::Instance().HoldBuffers(1);
+        ASSERT_EQ(Out(held), 0u);
+        ASSERT_EQ(Out(other), 0u);
         Layer::Instance().ReleaseHeldBuffers();
-        ASSERT_TRUE(WaitForDone(2));
-        EXPECT_EQ(Played().size(), 2u);
+        midiStreamRestart(stream);
+        ASSERT_TRUE(WaitForDone(4));
+        EXPECT_EQ(Played(), (std::vector<Bytes>{{0x80, 0x3C, 0x00}, {0x90, 0x3C, 0x64}, {0x80, 0x3C, 0x00}}));
         ASSERT_EQ(Close(), 0u);
     }
 }

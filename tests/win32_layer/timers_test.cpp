@@ -25,6 +25,7 @@ namespace {
 constexpr auto kPatience = 10s;
 
 struct FiredTimer {
+    UINT id;
     steady_clock::time_point time;
     std::thread::id thread;
 };
@@ -43,12 +44,12 @@ public:
     int GetOverlaps() const { return overlaps_; }
 
 private:
-    static void CALLBACK OnTimer(UINT, UINT, DWORD_PTR user, DWORD_PTR, DWORD_PTR) {
+    static void CALLBACK OnTimer(UINT id, UINT, DWORD_PTR user, DWORD_PTR, DWORD_PTR) {
         auto& self = *reinterpret_cast<Collector*>(user);
         self.overlaps_ += self.running_.exchange(true);
         {
             const std::lock_guard lock(self.mutex_);
-            self.fired_.push_back({steady_clock::now(), std::this_thread::get_id()});
+            self.fired_.push_back({id, steady_clock::now(), std::this_thread::get_id()});
         }
         self.running_ = false;
     }
@@ -67,12 +68,15 @@ protected:
 TEST_F(OneShotTimers, EachFiresOnceNotEarlyOnTheOneTimerThread) {
     Collector collector;
     const auto start = steady_clock::now();
-    for (const UINT milliseconds : {30u, 10u, 1u, 20u, 10u})
-        EXPECT_NE(collector.Set(milliseconds), 0u);
+    UINT ids[5];
+    for (UINT i = 0; const UINT milliseconds : {300u, 10u, 1u, 20u, 10u})
+        EXPECT_NE(ids[i++] = collector.Set(milliseconds), 0u);
+    const UINT order[] = {ids[2], ids[1], ids[4], ids[3], ids[0]};
     const auto fired = collector.GetFired();
     ASSERT_EQ(fired.size(), 5u);
-    const std::chrono::milliseconds due[] = {1ms, 10ms, 10ms, 20ms, 30ms};
+    const std::chrono::milliseconds due[] = {1ms, 10ms, 10ms, 20ms, 300ms};
     for (std::size_t i = 0; i < fired.size(); ++i) {
+        EXPECT_EQ(fired[i].id, order[i]) << i;
         EXPECT_GE(fired[i].time - start, due[i]) << i;
         EXPECT_LT(fired[i].time - start, due[i] + 5s) << i;
         EXPECT_EQ(fired[i].thread, fired[0].thread) << i;
