@@ -1,11 +1,9 @@
 #pragma once
 
 #include <condition_variable>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory_resource>
-#include <mutex>
 #include <mutex>
 #include <utility>
 #include <vector>

@@ -50,7 +50,9 @@ int main(int argc, char** argv) {
     play.add_option("--record", options.recordTo, "Write everything that is sent to this MIDI file");
     play.add_option("--output", options.output, "The output device, by its name or index (see: devices)");
     play.add_option("--tempo-scale", options.tempoScale, "Play faster or slower: 0.5 is half the tempo, 2 twice")
-        ->check(CLI::Range(0.5, 2.0));
+        ->check(CLI::Range(0.5, 2.0))
+        // "nan" is neither below nor above the range.
+        ->check([](const std::string& text) { return text.find_first_of("nN") == text.npos ? "" : "not a number"; });
     play.add_option("--transpose", options.transposition, "Play higher or lower by so many semitones")
         ->check(CLI::Range(-12, 12));
     play.add_option("--mute", options.mutedChannels, "Mute the track of this MIDI channel (may be repeated)")

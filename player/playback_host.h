@@ -82,6 +82,8 @@ public:
     UserControls& GetUserControls() { return userControls_; }
     bool IsPlaying() const;
     std::uint64_t GetArming() const;
+    /// Of the loaded song, as given to Load().
+    unsigned int GetSongNumber() const;
     /// Where the next clock falls.
     std::uint32_t GetTick() const;
     /// Empty unless a fill has failed.
@@ -183,6 +185,7 @@ private:
     bool seekBeforeFill_ = false;
     std::optional<Sounding> sounding_;
     bool playedSinceArming_ = false;
+    bool panicked_ = false;  // since the start: what should sound on may not sound
     HeldState endedAtStart_;
     HeldState heldAtStart_;
     std::array<FilledCycle, kRememberedCycles> cycles_;

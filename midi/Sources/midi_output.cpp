@@ -424,6 +424,9 @@ void MidiOutput::ExitThreads() {
     }
     queueThread_->Exit();
     queueThread_->Join();
+    // Again: where the clock waits for a late fill, the buffer that it plays is the
+    // one that joining has just marked empty.
+    GetPlayBuffer().SetHasData(true);
     {
         std::lock_guard lock(asyncStoppedMutex_);
         asyncStoppedCondition_.notify_all();

@@ -35,7 +35,7 @@ public:
     void SetMidiOutputCallback(OutputCallback callback);
 
 private:
-    bool capsAreValid_;
+    bool capsAreValid_ = false;
     MIDIOUTCAPSW deviceCaps_{};
     bool hasOutputCallback_ = false;
     OutputCallback outputCallback_;

@@ -217,7 +217,8 @@ private:
     }
 
     void ReadKey_(const MidiTrack::Event& event, const std::string& payload) {
-        const int sharps = static_cast<std::int8_t>(Byte_(payload, 0));
+        const int byte = Byte_(payload, 0);
+        const int sharps = byte < 128 ? byte : byte - 256;
         const int mode = Byte_(payload, 1);
         if (payload.empty() || sharps < -7 || sharps > 7 || mode > 1)
             ++summary_.unknownKeys;

@@ -33,6 +33,13 @@ std::chrono::nanoseconds OfflineClock::GetTime() const {
 }
 
 void OfflineClock::SetClockTimer(double clockTime) {
+    // The song ended with this clock, and the next one starts in its place.
+    if (!GetPlaybackIsArmed())
+        return;
+    // A clock that ended the song leads to no further one: the next song starts at
+    // its time, without a gap.
+    if (!GetPlaybackIsArmed())
+        return;
     const Run run = GetRun();
     const auto length = std::chrono::nanoseconds(static_cast<std::int64_t>(clockTime * 1e9 + 0.5));
     std::lock_guard lock(mutex_);

@@ -233,8 +233,8 @@ private:
                 running_->PostFault("no cycle was filled for five seconds" + LastException());
                 return;
             }
-            const auto snapshot = running_->GetSnapshot();
-            const auto song = songs_.GetSong(songs_.GetKey(snapshot->song - 1));
+            // Not the snapshot's song: that follows a moment after the clock's start.
+            const auto song = songs_.GetSong(songs_.GetKey(host.GetSongNumber() - 1));
             if (!script_.IsDue(*song, host.GetTick()))
                 break;
             // With the ring full, so that every run does the same.

@@ -135,6 +135,16 @@ std::uint64_t PlaybackHost::Play() {
 std::optional<std::uint64_t> PlaybackHost::Locate(std::uint32_t tick) {
     const bool wasPlaying = IsPlaying();
     Disarm();
+    bool panicked = false;
+    {
+        std::lock_guard lock(songMutex_);
+        panicked = std::exchange(panicked_, false);
+        // The stream would let notes sound on that the panic has ended.
+        if (panicked)
+            sounding_.reset();
+    }
+    if (panicked)
+        EndNotes();
     if (wasPlaying)
         return StartAt(tick);
     std::lock_guard lock(songMutex_);
@@ -211,6 +221,7 @@ void PlaybackHost::PrepareStart(std::uint32_t tick) {
     wantsCycles_ = true;
     seekBeforeFill_ = false;
     playedSinceArming_ = false;
+    panicked_ = false;
 }
 
 PlaybackHost::HeldState PlaybackHost::FindHeldState(std::uint32_t tick) {
@@ -260,6 +271,10 @@ void PlaybackHost::FinishSong() {
 }
 
 void PlaybackHost::Panic() {
+    {
+        std::lock_guard lock(songMutex_);
+        panicked_ = true;
+    }
     output_->AllNotesOff();
     EndNotes();
     std::vector<vemo_midi::VoiceEvent> events;
@@ -337,6 +352,11 @@ bool PlaybackHost::IsPlaying() const {
 std::uint64_t PlaybackHost::GetArming() const {
     std::lock_guard host(hostMutex_);
     return arming_;
+}
+
+unsigned int PlaybackHost::GetSongNumber() const {
+    std::lock_guard lock(songMutex_);
+    return songNumber_;
 }
 
 std::uint32_t PlaybackHost::GetTick() const {

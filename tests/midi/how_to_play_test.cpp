@@ -158,9 +158,9 @@ TEST(HowToPlay, TempoScalesMultiplyAndAreClampedWhereTheClockNeedsIt) {
         double applied;  // to the clock
     };
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const Row& row : {Row{3.0, {}, 3.0, 2.0}, Row{1.5, 1.5, 2.0, 2.0}, Row{0.1, {}, 0.1, 0.5},
-                           Row{0.5, 0.5, 0.5, 0.5}, Row{1.2, 1.25, 1.5, 1.5}, Row{nan, 1.0, 0.5, 0.5},
-                           Row{-1.0, {}, -1.0, 0.5}}) {
+    for (const Row& row :
+         {Row{3.0, {}, 3.0, 2.0}, Row{1.5, 1.5, 2.0, 2.0}, Row{0.1, {}, 0.1, 0.5}, Row{0.5, 0.5, 0.5, 0.5},
+          Row{1.2, 1.25, 1.5, 1.5}, Row{nan, 1.0, 0.5, 0.5}, Row{-1.0, {}, -1.0, 0.5}}) {
         SongBuilder builder = FourBars();
         if (row.song)
             builder.TempoScale(0, 480, *row.song);
@@ -374,9 +374,8 @@ public:
             builder.Page(tick, 1 + Below(50));
         for (const unsigned int tick : Ticks(4))
             builder.Marker(tick, "marker " + std::to_string(tick));
-        Pairs([&](unsigned int start, unsigned int end) {
-            builder.Click(start, end, 1 + static_cast<int>(Below(16)));
-        });
+        Pairs(
+            [&](unsigned int start, unsigned int end) { builder.Click(start, end, 1 + static_cast<int>(Below(16))); });
         Pairs([&](unsigned int start, unsigned int end) { builder.TempoScale(start, end, 0.5 + 0.1 * Below(15)); });
         Pairs([&](unsigned int start, unsigned int end) {
             builder.Transpose(start, end, static_cast<int>(Below(25)) - 12);

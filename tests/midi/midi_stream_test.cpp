@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>

@@ -93,7 +93,6 @@ public:
     std::function<void(MidiBuffer&, int cycle)> fill = [](MidiBuffer&, int) {};
     std::function<void(std::uint32_t)> downbeat = [](std::uint32_t) {};
     std::atomic<std::uint32_t> caesuraTick{kNoTick};
-    std::atomic<int> lostCycle{-1};  // filled, but not handed over
     std::atomic<int> nextCycle{0};
     Count stopped;
     Count active;
@@ -111,7 +110,6 @@ private:
             fill(buffer, cycle);
             buffer.DoneAddingEventsToBuffer();
         }
-        if (cycle != lostCycle)
-            buffer.SetHasData(true);
+        buffer.SetHasData(true);
     }
 };

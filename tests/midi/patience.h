@@ -49,3 +49,25 @@ private:
     std::condition_variable changed_;
     int count_ = 0;
 };
+
+/// Holds a thread at a door until the test opens it.
+class Door {
+public:
+    void Pass() {
+        arrived_.Add();
+        std::unique_lock lock(mutex_);
+        opened_.wait(lock, [&] { return open_; });
+    }
+    bool WaitForArrival() { return arrived_.WaitFor(1); }
+    void Open() {
+        std::lock_guard lock(mutex_);
+        open_ = true;
+        opened_.notify_all();
+    }
+
+private:
+    Count arrived_;
+    std::mutex mutex_;
+    std::condition_variable opened_;
+    bool open_ = false;
+};

@@ -123,21 +123,20 @@ TEST_F(ClockTimers, RunsFromStartToDisarmWithTheTimerPeriodHeldMeanwhile) {
     clock.DisarmPlayback();
     ASSERT_TRUE(WaitForPeriods(0));
     const auto times = clocks_.Times();
-    // The mean holds in spite of late timers; only an idle machine holds it closely.
-    const auto mean = (times[99] - times[0]) / 99;
-    EXPECT_GT(mean, 3500us);
-    EXPECT_LT(mean, 12ms);
+    // Generous: how close the mean comes is for an idle machine to show.
+    EXPECT_GT(times[99] - times[0], 99 * 1ms);
+    EXPECT_LT(times[99] - times[0], 99 * 40ms);
     const auto threads = clocks_.Threads();
     EXPECT_NE(threads[0], threads[1]);
     EXPECT_EQ(threads[1], threads[99]);
     EXPECT_EQ(clocks_.Count(), times.size());  // nothing comes after the end
 
-    clock.ArmPlayback(10, 24, 0.004, 480, 0);
+    clock.ArmPlayback(10, 24, 0.002, 480, 0);
+    clock.SetCaesura(480 + 200, 0.002, 24);
     clock.ContinuousMode();
-    EXPECT_TRUE(clocks_.WaitFor(times.size() + 3));
-    clock.SetCaesura(480 + 1000, 0.004, 24);
+    EXPECT_TRUE(clocks_.WaitFor(times.size() + 20));
     EXPECT_TRUE(WaitForPeriods(0));
-    EXPECT_EQ(clocks_.Count(), times.size() + 100);
+    EXPECT_EQ(clocks_.Count(), times.size() + 20);
 }
 
 TEST_F(ClockTimers, AStartWhileDisarmedEndsAtOnce) {
@@ -156,17 +155,30 @@ TEST_F(ClockTimers, AClockThatTookTooLongIsFollowedAtOnce) {
     StandardMidiClockImpl clock;
     clock.SetMidiClockCallback([&, count = clocks_.Counter()](double beatsPerMinute) {
         if (clocks_.Count() == 2)
-            std::this_thread::sleep_for(60ms);
+            std::this_thread::sleep_for(250ms);
         count(beatsPerMinute);
     });
-    clock.ArmPlayback(10, 24, 0.03, 0, 0);
+    clock.ArmPlayback(10, 24, 0.2, 0, 0);
     clock.ContinuousMode();
     ASSERT_TRUE(clocks_.WaitFor(4));
     clock.DisarmPlayback();
     const auto times = clocks_.Times();
-    EXPECT_GE(times[1] - times[0], 25ms);
-    EXPECT_GE(times[2] - times[1], 60ms);
-    EXPECT_LT(times[3] - times[2], 29ms);
+    EXPECT_GE(times[1] - times[0], 190ms);
+    EXPECT_GE(times[2] - times[1], 250ms);
+    EXPECT_LT(times[3] - times[2], 150ms);
+}
+
+TEST_F(ClockTimers, ATempoChangeIsNotTakenForLateness) {
+    StandardMidiClockImpl clock;
+    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.ArmPlayback(10, 24, 0.4, 0, 0);
+    clock.SetClockTime(0.02, 10);
+    clock.ContinuousMode();
+    ASSERT_TRUE(clocks_.WaitFor(3));
+    clock.DisarmPlayback();
+    const auto times = clocks_.Times();
+    EXPECT_LT(times[1] - times[0], 300ms);
+    EXPECT_LT(times[2] - times[1], 300ms);
 }
 
 TEST_F(ClockTimers, StartsNeverMakeTwoChains) {
@@ -188,14 +200,29 @@ TEST_F(ClockTimers, StartsNeverMakeTwoChains) {
             ASSERT_TRUE(clocks_.WaitFor(seen + 2));
         }
     }
-    ASSERT_TRUE(WaitUntil([&](const auto& counters) {
-        return std::chrono::steady_clock::now() > due && counters.timerPeriods == 1;
-    }));
+    ASSERT_TRUE(WaitUntil(
+        [&](const auto& counters) { return std::chrono::steady_clock::now() > due && counters.timerPeriods == 1; }));
     const std::size_t seen = clocks_.Count();
     ASSERT_TRUE(clocks_.WaitFor(seen + 20));
     EXPECT_EQ(Layer::Instance().GetCounters().timerPeriods, 1);
-    const auto times = clocks_.Times();
-    EXPECT_GE(times[seen + 19] - times[seen], 19 * 2ms);
+    clock.DisarmPlayback();
+}
+
+TEST_F(ClockTimers, ARequestThatTheClockThreadFindsBesideAnotherMakesNoSecondChain) {
+    struct Clock : StandardMidiClockImpl {
+        using StandardMidiClockImpl::StartClock;
+    };
+    Clock clock;
+    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.ArmPlayback(10, 24, 0.003, 0, 0);
+    clock.ContinuousMode();
+    ASSERT_TRUE(clocks_.WaitFor(3));
+    clock.StartClock();  // as one that was counted before the start was taken up
+    ASSERT_TRUE(WaitUntil([&](const auto&) {
+        const auto threads = clocks_.Threads();
+        return std::count(threads.begin(), threads.end(), threads[0]) == 2;
+    }));
+    EXPECT_TRUE(WaitForPeriods(1));
     clock.DisarmPlayback();
 }
 

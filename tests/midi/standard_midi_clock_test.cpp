@@ -26,8 +26,8 @@ public:
     }
     using StandardMidiClock::AdvanceClock;
     using StandardMidiClock::BeginRun;
-    using StandardMidiClock::GetRun;
     using StandardMidiClock::clockState_;
+    using StandardMidiClock::GetRun;
 
     /// Ticks per clock 10, clocks per click 24, clock time 0.02, clock number 0.
     void ArmAt(unsigned int tickIndex) { ArmPlayback(10, 24, 0.02, tickIndex, 0); }
@@ -155,8 +155,7 @@ TEST(StandardMidiClock, LateChangesChangeNothingAndSaySo) {
     clock.SetTickIndex(5, 1, 2, 3, 4.0, 999);
     EXPECT_EQ(console.Take(), "WARNING: SetTickIndex ignored. validAt=999, tickIndex=1000\n");
     clock.SetCaesura(1000, 0.02, 24);
-    EXPECT_EQ(console.Take(),
-              "WARNING: Ignored caesura. caesuraTickIndex = 1000, clockState_.GetTickIndex() = 1000\n");
+    EXPECT_EQ(console.Take(), "WARNING: Ignored caesura. caesuraTickIndex = 1000, clockState_.GetTickIndex() = 1000\n");
     EXPECT_TRUE(clock.AdvanceClock());
     EXPECT_EQ(clock.Tick(), 1010u);
     EXPECT_THAT(clock.timers, ElementsAre(0.02));
@@ -180,8 +179,10 @@ TEST(StandardMidiClock, ChangesForOneTickApplyTogetherAndAJumpAtATickReplacesAll
     EXPECT_EQ(clock.Tick(), 5020u);
     EXPECT_EQ(clock.called.back(), 1000.0);
 
-    clock.SetTickIndex(50, 0, 10, 24, 0.02, 0);
-    EXPECT_EQ(clock.Tick(), 50u);
+    clock.SetTickIndex(100, 0, 10, 24, 0.02, 0);
+    EXPECT_EQ(clock.Tick(), 100u);
+    clock.AdvanceClock();  // what once applied at 110 is used up
+    EXPECT_EQ(clock.timers.back(), 0.02);
 
     clock.SetClockTime(0.04, 110);
     clock.ArmAt(100);  // drops the schedule

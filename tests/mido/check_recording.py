@@ -177,7 +177,7 @@ def closest(recorded, wanted, start):
     return best
 
 
-def check(recording, songs, before=BEFORE, after=AFTER, slack=0.0002, tempos_by_clock=False, clocks_between=2,
+def check(recording, songs, before=BEFORE, after=AFTER, slack=0.0002, tempos_by_clock=False, clocks_between=1,
           muted=()):
     """A list of faults, each a line."""
     channels, faults = read_recording(recording)
@@ -248,9 +248,9 @@ def main():
     parser.add_argument("--tempos-by-clock", action="store_true",
                         help="a tempo holds from the clock on that leads to its place, as in the engine: without this "
                              "the tempos of the file decide, and each change moves the rest by a part of a clock")
-    parser.add_argument("--clocks-between", type=int, default=2, metavar="N",
-                        help="the next song starts N clocks after the one that holds the end of the song before: 2, "
-                             "as the cycle between them is the one that ends the song")
+    parser.add_argument("--clocks-between", type=int, default=1, metavar="N",
+                        help="the next song starts N clocks after the one that holds the end of the song before: 1, "
+                             "at the clock that ends that song")
     parser.add_argument("--mute", type=int, action="append", default=[], metavar="CHANNEL",
                         help="1 to 16; nothing of this channel is to be heard")
     options = parser.parse_args()

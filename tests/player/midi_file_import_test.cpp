@@ -27,7 +27,7 @@ constexpr int kTempo = 0x51, kMeter = 0x58, kKey = 0x59, kMarker = 6, kName = 3;
 struct Line {  // of a track: a channel message, or a meta event with a payload
     std::uint32_t tick;
     int status, data1, data2 = 0;
-    std::string payload = "";
+    std::string payload = {};
 };
 
 MidiTrack Track(const std::vector<Line>& lines, std::uint32_t end = 0) {
@@ -213,7 +213,7 @@ TEST(MidiFileImport, RefusesWhatNoSongCanHoldAndSaysWhere) {
     const auto meta = [](int type, const std::string& payload) {
         return File({Track({{0, 0xFF, 1, 0, ""}, {0, 0xFF, type, 0, payload}})});
     };
-    const auto end = [](std::uint32_t tick, std::uint16_t division, std::vector<Line> lines = {}) {
+    const auto end = [](std::uint32_t tick, std::uint16_t division, const std::vector<Line>& lines = {}) {
         return File({Track(lines, tick)}, division);
     };
     const std::vector<Line> shortBeats = {{0, 0xFF, kMeter, 0, "\x04\x06\x18\x08"}};

@@ -79,7 +79,7 @@ private:
         std::uint8_t status;
         std::uint8_t data1;
         std::uint8_t data2;
-        std::string payload = "";
+        std::string payload = {};
     };
 
     /// Not a distribution of the standard library, which differ between machines.

@@ -65,17 +65,6 @@ DWORD WaitableTimers::Set(HANDLE handle, LONGLONG dueTime) {
     return ERROR_SUCCESS;
 }
 
-DWORD WaitableTimers::Cancel(HANDLE handle) {
-    const std::lock_guard lock(mutex_);
-    const auto timer = Find(handle);
-    if (!timer)
-        return ERROR_INVALID_HANDLE;
-    if (timer->due > SteadyClock::now())  // one that has fired stays signalled
-        timer->due = kNever;
-    timer->changed.notify_all();
-    return ERROR_SUCCESS;
-}
-
 DWORD WaitableTimers::Wait(HANDLE handle, DWORD milliseconds) {
     const Time deadline =
         milliseconds == INFINITE ? kNever : SteadyClock::now() + std::chrono::milliseconds(milliseconds);
@@ -161,10 +150,6 @@ BOOL SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* dueTime, LONG periodMil
     if (periodMilliseconds != 0 || routine)
         return Failed(ERROR_NOT_SUPPORTED);
     return Succeeded(WaitableTimers::Instance().Set(timer, dueTime->QuadPart));
-}
-
-BOOL CancelWaitableTimer(HANDLE timer) {
-    return Succeeded(WaitableTimers::Instance().Cancel(timer));
 }
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {

@@ -30,7 +30,6 @@ public:
     /// An empty name is no name.
     Created Create(bool manualReset, const std::wstring& name);
     DWORD Set(HANDLE handle, LONGLONG dueTime);
-    DWORD Cancel(HANDLE handle);
     /// WAIT_FAILED for an unknown handle and for a wait that nothing can end any
     /// more, because the last handle was closed with the timer at rest.
     DWORD Wait(HANDLE handle, DWORD milliseconds);
@@ -44,7 +43,7 @@ private:
         bool manualReset = false;
         std::wstring name;
         int handles = 0;
-        Time due = kNever;  // signalled from then on, until set, cancelled or (unless manual) waited for
+        Time due = kNever;  // signalled from then on, until set anew or (unless manual) waited for
         std::condition_variable changed;
     };
 

@@ -117,7 +117,6 @@ WINBASEAPI HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES attributes, 
 // is a date counted from 1601.
 WINBASEAPI BOOL WINAPI SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* dueTime, LONG periodMilliseconds,
                                         PTIMERAPCROUTINE routine, LPVOID argument, BOOL resume);
-WINBASEAPI BOOL WINAPI CancelWaitableTimer(HANDLE timer);
 // A wait keeps its object alive through a CloseHandle and goes on; once nothing
 // could end it any more, it fails.
 WINBASEAPI DWORD WINAPI WaitForSingleObject(HANDLE object, DWORD milliseconds);

@@ -6,9 +6,11 @@
 #include "midi/win32/device_diagnostics.h"
 #include "zell/cout_buffer.h"
 
-MidiOutputPortWin32::MidiOutputPortWin32(std::uint8_t portIndex)
-    : MidiOutputPort(portIndex),
-      capsAreValid_(midiOutGetDevCapsW(portIndex, &deviceCaps_, sizeof(deviceCaps_)) == MMSYSERR_NOERROR) {}
+MidiOutputPortWin32::MidiOutputPortWin32(std::uint8_t portIndex) : MidiOutputPort(portIndex) {
+    // Not in the list of initialisers: the flag comes before the record, whose own
+    // initialisation would then wipe what the platform wrote.
+    capsAreValid_ = midiOutGetDevCapsW(portIndex, &deviceCaps_, sizeof(deviceCaps_)) == MMSYSERR_NOERROR;
+}
 
 MidiOutputPortWin32::~MidiOutputPortWin32() = default;
 

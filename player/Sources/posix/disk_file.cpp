@@ -23,6 +23,16 @@ DiskFile::DiskFile(const std::filesystem::path& path)
     : handle_(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
     if (handle_ == kClosed)
         Fail("open");
+    // Where the program was started with a standard stream closed, the file would
+    // take its place, and what is printed would end up in it.
+    if (handle_ > STDERR_FILENO)
+        return;
+    const int low = static_cast<int>(handle_);
+    handle_ = ::fcntl(low, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    ::close(low);
+    if (handle_ == kClosed)
+        Fail("fcntl", error);
 }
 
 DiskFile::~DiskFile() {

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <memory>
 #include <utility>
 
@@ -10,6 +11,9 @@ namespace player {
 using win32_layer::Layer;
 
 OutputDevices::OutputDevices() {
+    // Whoever reads standard output may go away, as head does; this system would
+    // end the show by a signal where others let the writing fail.
+    std::signal(SIGPIPE, SIG_IGN);
     Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(
         L"Virtual MIDI Output", win32_layer::VirtualMidiOutput::Speed::kAtOnce, false));
 }

@@ -1,0 +1,309 @@
+// How regular is the engine's MIDI clock next to a bare absolute-sleep loop, what does one clock with 16 busy tracks
+// cost the clock thread, and how much faster than real time does it play offline?
+//   clock_bench [SECONDS [RUNS]]   60 seconds of engine for each run, and as much of the bare loop around it
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "player/playback_feed.h"
+#include "player/playback_host.h"
+#include "vemo_core/song_builder.h"
+#include "win32_layer/layer.h"
+#include "win32_layer/virtual_midi_output.h"
+
+namespace {
+
+thread_local std::size_t allocations = 0;
+
+void* Allocate(std::size_t size, std::size_t alignment) {
+    ++allocations;
+    void* const block = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    if (!block)
+        throw std::bad_alloc();
+    return block;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    return Allocate(std::max<std::size_t>(size, 1), __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return Allocate(std::max<std::size_t>(size, 1), static_cast<std::size_t>(alignment));
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    std::free(block);
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+using player::PlaybackFeed;
+using player::PlaybackHost;
+using player::PlaybackRecord;
+using win32_layer::Layer;
+using Steady = std::chrono::steady_clock;
+
+constexpr unsigned short kTracks = 16;
+constexpr unsigned short kResolution = 96;
+constexpr unsigned kTicksPerClock = kResolution / 24;
+constexpr double kTempo = 120;
+constexpr double kClockSeconds = 60 / kTempo / 24;
+constexpr std::uint64_t kWarmUpClocks = 500;
+constexpr std::uint64_t kMeasuredClocks = 5'000;
+constexpr double kOfflineMinutes = 10;
+
+/// Sixteenths and a controller every third clock on every track: about 11 messages
+/// a clock.
+std::shared_ptr<const player::ImportedSong> BusySong(double seconds) {
+    const auto clocks = static_cast<unsigned>(seconds / kClockSeconds);
+    SongBuilder builder(kResolution);
+    for (unsigned short id = 0; id < kTracks; ++id) {
+        std::vector<vemo_midi::VoiceEvent> events;
+        for (unsigned clock = 0; clock + 6 < clocks; clock += 3) {
+            const unsigned tick = clock * kTicksPerClock;
+            const auto note = static_cast<unsigned char>(36 + (clock / 6 + id) % 48);
+            events.emplace_back(tick, 0xB0, id, 1, static_cast<unsigned char>(clock % 128));
+            if (clock % 6 != 0)
+                continue;
+            events.emplace_back(tick, 0x90, id, note, 90);
+            events.emplace_back(tick + 5 * kTicksPerClock, 0x80, id, note, 64);
+        }
+        builder.Track(id, "track", 0, 127, 0, std::move(events));
+    }
+    builder.Tempo(0, kTempo).EndAt(clocks * kTicksPerClock);
+    return std::make_shared<const player::ImportedSong>(
+        player::ImportedSong{builder.BuildSong(), builder.BuildLog(), "busy", {}});
+}
+
+double Milliseconds(std::chrono::nanoseconds time) {
+    return std::chrono::duration<double, std::milli>(time).count();
+}
+
+double Quantile(std::vector<double>& sorted, double share) {
+    return sorted.empty() ? 0 : sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1))];
+}
+
+/// Sizes, without their signs.
+struct Spread {
+    double median, high, worst;
+    explicit Spread(std::vector<double> values) {
+        for (double& value : values)
+            value = std::abs(value);
+        std::sort(values.begin(), values.end());
+        median = Quantile(values, 0.5);
+        high = Quantile(values, 0.99);
+        worst = Quantile(values, 1);
+    }
+    std::string Text() const {
+        char text[100];
+        std::snprintf(text, sizeof(text), "median %7.3f ms, 99th percentile %7.3f ms, worst %7.3f ms", median, high,
+                      worst);
+        return text;
+    }
+};
+
+/// When clocks came, against when they should have.
+struct Times {
+    std::vector<double> intervals;  // errors, milliseconds
+    std::vector<double> wander;     // distances from the ideal times, milliseconds
+    void Add(std::chrono::nanoseconds time, double secondsToNext) {
+        if (previous_) {
+            intervals.push_back(Milliseconds(time - *previous_) - length_ * 1e3);
+            ideal_ += length_ * 1e3;
+            wander.push_back(Milliseconds(time - first_) - ideal_);
+        } else {
+            first_ = time;
+        }
+        previous_ = time;
+        length_ = secondsToNext;
+    }
+    void Append(const Times& other) {
+        intervals.insert(intervals.end(), other.intervals.begin(), other.intervals.end());
+        wander.insert(wander.end(), other.wander.begin(), other.wander.end());
+    }
+    double Drift() const { return wander.empty() ? 0 : wander.back(); }
+
+private:
+    std::optional<std::chrono::nanoseconds> previous_;
+    std::chrono::nanoseconds first_{0};
+    double ideal_ = 0;
+    double length_ = 0;
+};
+
+Times BareLoop(double seconds) {
+    Times times;
+    std::thread loop([&] {
+        Layer::GiveTimerPriority();
+        const auto start = Steady::now();
+        for (int clock = 0; clock * kClockSeconds < seconds; ++clock) {
+            std::this_thread::sleep_until(
+                start + std::chrono::nanoseconds(static_cast<std::int64_t>(clock * kClockSeconds * 1e9)));
+            times.Add(Steady::now().time_since_epoch(), kClockSeconds);
+        }
+    });
+    loop.join();
+    return times;
+}
+
+/// Waits for the end of a song.
+class Ending {
+public:
+    void Notify() {
+        std::lock_guard lock(mutex_);
+        ended_ = true;
+        changed_.notify_all();
+    }
+    void Wait() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return ended_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool ended_ = false;
+};
+
+Times Engine(double seconds) {
+    PlaybackFeed feed;
+    const auto records = feed.Subscribe();
+    Ending ending;
+    {
+        PlaybackHost host({"", {}, [&](std::uint64_t) { ending.Notify(); }}, feed);
+        host.Load(BusySong(seconds), 1, 0, std::nullopt);
+        host.Play();
+        ending.Wait();
+        host.FinishSong();
+    }
+    feed.Close();
+    Times times;
+    while (const auto record = records->Next())
+        if (record->kind == PlaybackRecord::Kind::kClock)
+            times.Add(record->time, record->clockSeconds);
+    return times;
+}
+
+/// From one call of the host before a clock to the next lies that clock, whole, on
+/// the clock's own thread.
+void MeasureOneClock() {
+    PlaybackFeed feed;
+    Ending ending;
+    PlaybackHost* playing = nullptr;
+    std::vector<double> micros;
+    micros.reserve(kMeasuredClocks);
+    std::uint64_t clocks = 0;
+    std::size_t before = 0;
+    std::size_t counted = 0;
+    Steady::time_point start;
+    const auto hook = [&] {
+        const auto end = Steady::now();
+        if (++clocks > kWarmUpClocks + 1 && micros.size() < kMeasuredClocks) {
+            counted += allocations - before;
+            micros.push_back(std::chrono::duration<double, std::micro>(end - start).count());
+        }
+        playing->WaitForFills(4, 5s);
+        std::this_thread::sleep_for(100us);  // the device has returned its buffers by then, as in real time
+        before = allocations;
+        start = Steady::now();
+    };
+    {
+        PlaybackHost host({"", hook, [&](std::uint64_t) { ending.Notify(); }}, feed);
+        playing = &host;
+        host.Load(BusySong(static_cast<double>(kWarmUpClocks + kMeasuredClocks + 100) * kClockSeconds), 1, 0,
+                  std::nullopt);
+        host.Play();
+        ending.Wait();
+        host.FinishSong();
+    }
+    std::sort(micros.begin(), micros.end());
+    std::printf(
+        "one clock, 16 busy tracks: median %.1f us (quartiles %.1f to %.1f), 99th percentile %.1f us, worst "
+        "%.1f us; %zu allocations on the clock thread in %zu clocks\n",
+        Quantile(micros, 0.5), Quantile(micros, 0.25), Quantile(micros, 0.75), Quantile(micros, 0.99),
+        Quantile(micros, 1), counted, micros.size());
+}
+
+double OfflineSpeed() {
+    PlaybackFeed feed;
+    Ending ending;
+    PlaybackHost* playing = nullptr;
+    PlaybackHost host({"", [&] { playing->WaitForFills(1, 5s); }, [&](std::uint64_t) { ending.Notify(); }}, feed);
+    playing = &host;
+    Layer::Instance().SetDelivery(win32_layer::Delivery::kInline);
+    Layer::Instance().SetTimeSource([&] { return playing->GetTime(); });
+    host.Load(BusySong(kOfflineMinutes * 60), 1, 0, std::nullopt);
+    const auto start = Steady::now();
+    host.Play();
+    ending.Wait();
+    const auto spent = Steady::now() - start;
+    host.FinishSong();
+    const auto played = host.GetTime();
+    Layer::Instance().SetDelivery(win32_layer::Delivery::kThread);
+    Layer::Instance().SetTimeSource({});
+    return Milliseconds(played) / Milliseconds(spent);
+}
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return Quantile(values, 0.5);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    const double seconds = count > 1 ? std::strtod(arguments[1], nullptr) : 60;
+    const int runs = count > 2 ? std::atoi(arguments[2]) : 1;
+    Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(
+        L"Bench", win32_layer::VirtualMidiOutput::Speed::kAtOnce, false));
+
+    Times engine, bare;
+    std::vector<double> drifts, bareDrifts;
+    for (int run = 0; run < runs; ++run) {
+        for (const bool isBare : {true, false, true}) {
+            const Times times = isBare ? BareLoop(seconds / 2) : Engine(seconds);
+            (isBare ? bare : engine).Append(times);
+            (isBare ? bareDrifts : drifts).push_back(std::abs(times.Drift()));
+        }
+    }
+    const Spread engineIntervals(engine.intervals), bareIntervals(bare.intervals);
+    std::printf("%d runs of %.0f s, clocks of %.3f ms\n", runs, seconds, kClockSeconds * 1e3);
+    std::printf("error of intervals,   engine: %s\n", engineIntervals.Text().c_str());
+    std::printf("                   bare loop: %s\n", bareIntervals.Text().c_str());
+    std::printf("from ideal times,     engine: %s\n", Spread(engine.wander).Text().c_str());
+    std::printf("                   bare loop: %s\n", Spread(bare.wander).Text().c_str());
+    std::printf("drift, median of %zu,  engine: %.3f ms; bare loop: %.3f ms\n", drifts.size(), Median(drifts),
+                Median(bareDrifts));
+    const double allowed = 2 * bareIntervals.high + 1;
+    std::printf("aim: 99th percentile within %.3f ms (twice the bare loop's and 1 ms): %s\n", allowed,
+                engineIntervals.high <= allowed ? "kept" : "MISSED");
+    MeasureOneClock();
+    std::vector<double> speeds;
+    for (int run = 0; run < 5; ++run)
+        speeds.push_back(OfflineSpeed());
+    std::printf("offline, 16 busy tracks: %.0f times real time, median of 5 (best %.0f); aim 500\n", Median(speeds),
+                *std::max_element(speeds.begin(), speeds.end()));
+    Layer::Instance().Reset();
+    return 0;
+}

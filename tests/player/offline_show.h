@@ -1,0 +1,205 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "player/playback_feed.h"
+#include "player/song_source.h"
+#include "player/transport.h"
+#include "win32_layer/layer.h"
+#include "win32_layer/virtual_midi_output.h"
+
+namespace player {
+
+/// A device as the audience hears it. One kind obeys the channel-mode messages, the
+/// other, which also exists, takes no notice of them.
+class Receiver {
+public:
+    struct Channel {
+        std::array<int, 128> strikes{};  // note-ons less note-offs: some devices stack them
+        std::bitset<128> notes;
+        std::map<int, int> controllers;
+        int program = -1;
+        int bend = 0x2000;
+    };
+
+    explicit Receiver(bool obeysModes) : obeysModes_(obeysModes) {}
+
+    void Take(const std_midi::VoiceMessage& message) {
+        Channel& channel = channels_[message.status & 0x0Fu];
+        const std::size_t note = message.data1;
+        switch (message.status & 0xF0) {
+            case 0x80:
+                channel.strikes[note] = std::max(0, channel.strikes[note] - 1);
+                channel.notes.reset(note);
+                break;
+            case 0x90:
+                ++channel.strikes[note];
+                channel.notes.set(note);
+                break;
+            case 0xB0:
+                if (message.data1 < 120)
+                    channel.controllers[message.data1] = message.data2;
+                else if (obeysModes_)
+                    TakeMode(channel, message.data1);
+                break;
+            case 0xC0: channel.program = message.data1; break;
+            case 0xE0: channel.bend = message.data1 | message.data2 << 7; break;
+            default: break;
+        }
+    }
+
+    const Channel& operator[](std::size_t channel) const { return channels_[channel]; }
+    bool IsSilent(std::size_t channel) const {
+        return std::ranges::all_of(channels_[channel].strikes, [](int strikes) { return strikes == 0; });
+    }
+    /// "channel 3 note 60 twice", or empty.
+    std::string WhatSounds() const {
+        std::string sounding;
+        for (std::size_t channel = 0; channel < 16; ++channel)
+            for (std::size_t note = 0; note < 128; ++note)
+                if (const int strikes = channels_[channel].strikes[note]; strikes > 0)
+                    sounding += "channel " + std::to_string(channel) + " note " + std::to_string(note) + " x" +
+                                std::to_string(strikes) + " ";
+        return sounding;
+    }
+
+private:
+    static void TakeMode(Channel& channel, int controller) {
+        if (controller == 121) {  // as the General MIDI response to it
+            channel.bend = 0x2000;
+            channel.controllers[1] = 0;
+            channel.controllers[11] = 127;
+            for (int pedal = 64; pedal <= 67; ++pedal)
+                channel.controllers[pedal] = 0;
+        } else if (controller != 122) {
+            channel.strikes.fill(0);
+            channel.notes.reset();
+        }
+    }
+
+    const bool obeysModes_;
+    std::array<Channel, 16> channels_;
+};
+
+/// A show in virtual time on the platform layer with one device, steered between
+/// two clocks.
+///
+/// Owner:   a test; one at a time, since it uses the process's layer.
+/// Threads: the steering runs on the clock's thread with the ring full.
+class OfflineShow {
+public:
+    struct Sent {
+        std_midi::VoiceMessage message;
+        std::chrono::nanoseconds time;
+        std::uint64_t clock;  // how often the steering had been called
+    };
+    /// Before every clock; the next one falls at tick.
+    using Steer = std::function<void(OfflineShow& show, std::uint32_t tick)>;
+
+    explicit OfflineShow(const std::vector<ImportedSong>& songs, Steer steer = {}, Transport::Settings settings = {})
+        : steer_(std::move(steer)) {
+        for (const ImportedSong& song : songs)
+            songs_.Add(std::to_string(songs_.GetCount()), song);
+        auto& layer = win32_layer::Layer::Instance();
+        layer.Reset();
+        layer.AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(
+            L"Receiver", win32_layer::VirtualMidiOutput::Speed::kAtOnce, false));
+        layer.SetObserver([this](const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) {
+            std::lock_guard lock(mutex_);
+            const std_midi::VoiceMessage message{bytes[0], bytes[1], count > 2 ? bytes[2] : std::uint8_t{0}};
+            sent_.push_back({message, time, clock_});
+            obedient_.Take(message);
+            deaf_.Take(message);
+        });
+        records_ = feed_.Subscribe();
+        settings.beforeVirtualClock = [this] { BeforeClock(); };
+        transport_ = std::make_unique<Transport>(settings, songs_, feed_);
+        running_ = transport_.get();
+        layer.SetDelivery(win32_layer::Delivery::kInline);
+        layer.SetTimeSource([this] { return running_->GetHost().GetTime(); });
+    }
+    ~OfflineShow() {
+        transport_.reset();
+        win32_layer::Layer::Instance().Reset();
+    }
+    OfflineShow(const OfflineShow&) = delete;
+    OfflineShow& operator=(const OfflineShow&) = delete;
+
+    /// Plays until the last song is over, playing fails or the steering leaves.
+    TransportState Run() {
+        Do("play");
+        std::uint64_t seen = 0;
+        for (const auto start = std::chrono::steady_clock::now();;) {
+            const auto snapshot = running_->WaitForChange(seen, std::chrono::milliseconds(50));
+            seen = snapshot->number;
+            std::lock_guard lock(mutex_);
+            if (left_ || snapshot->state == TransportState::kEnded || snapshot->state == TransportState::kFault)
+                return snapshot->state;
+            if (std::chrono::steady_clock::now() - start > std::chrono::seconds(60))
+                throw std::runtime_error("the show has come to a standstill at clock " + std::to_string(clock_));
+        }
+    }
+    CommandAnswer Do(const std::string& command) { return running_->Post(ParseCommand(command)).get(); }
+    /// From the steering: ends Run() without waiting for the end of the song.
+    void Leave() {
+        std::lock_guard lock(mutex_);
+        left_ = true;
+    }
+
+    Transport& GetTransport() { return *running_; }
+    std::uint64_t GetClock() const { return clock_; }
+    const Receiver& Obedient() const { return obedient_; }
+    const Receiver& Deaf() const { return deaf_; }
+    const std::vector<Sent>& GetSent() const { return sent_; }
+    /// After Run(), once: every record of the run.
+    std::vector<PlaybackRecord> TakeRecords() {
+        feed_.Close();
+        std::vector<PlaybackRecord> records;
+        while (const auto record = records_->Next())
+            records.push_back(*record);
+        return records;
+    }
+
+private:
+    void BeforeClock() {
+        const PlaybackHost& host = running_->GetHost();
+        host.WaitForFills(4, std::chrono::seconds(20));
+        const std::uint32_t tick = host.GetTick();
+        {
+            std::lock_guard lock(mutex_);
+            ++clock_;
+        }
+        if (steer_)
+            steer_(*this, tick);
+        host.WaitForFills(1, std::chrono::seconds(20));
+    }
+
+    const Steer steer_;
+    SongSource songs_;
+    PlaybackFeed feed_;
+    std::shared_ptr<PlaybackFeed::Subscription> records_;
+    std::mutex mutex_;
+    // Guarded by mutex_ while the show plays.
+    std::vector<Sent> sent_;
+    Receiver obedient_{true};
+    Receiver deaf_{false};
+    std::uint64_t clock_ = 0;
+    bool left_ = false;
+    std::unique_ptr<Transport> transport_;
+    Transport* running_ = nullptr;  // for the engine's threads, also while it is destroyed
+};
+
+}  // namespace player

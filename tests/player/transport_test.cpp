@@ -1,0 +1,211 @@
+#include "player/transport.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "midi/midi_device_unavailable.h"
+#include "tests/player/offline_show.h"
+#include "vemo_core/song_builder.h"
+#include "win32_layer/layer.h"
+
+namespace player {
+namespace {
+
+using namespace std::chrono_literals;
+using win32_layer::Fault;
+using win32_layer::Layer;
+
+constexpr unsigned kResolution = 96;  // 4 ticks a clock
+
+/// In 4/4 at 120, a note on every quarter of channel 1.
+ImportedSong Song(const std::string& title, unsigned bars) {
+    SongBuilder builder(kResolution);
+    std::vector<vemo_midi::VoiceEvent> events;
+    for (unsigned beat = 0; beat < 4 * bars; ++beat) {
+        events.emplace_back(beat * kResolution, 0x90, 0, 60, 90);
+        events.emplace_back(beat * kResolution + 48, 0x80, 0, 60, 64);
+    }
+    builder.Title(1, title).Track(0, "part", 0, 127, 0, std::move(events)).EndAt(4 * bars * kResolution);
+    return {builder.BuildSong(), builder.BuildLog(), title, {}};
+}
+
+bool IsAnswered(std::future<CommandAnswer>& answer) {
+    return answer.wait_for(20s) == std::future_status::ready;
+}
+
+TEST(Transport, RefusesWhatTheStateForbidsAndSaysWhy) {
+    struct Row {
+        std::string command, answer;
+    };
+    const Row standing[] = {
+        {"stop", ""},
+        {"load 2", "there is no song 2"},
+        {"locate 3", "'One' has no beat 3:1; its last is 2:4"},
+        {"locate 2:5", "'One' has no beat 2:5; its last is 2:4"},
+        {"mute 2", "no track plays on channel 2"},
+        {"panic", ""},
+    };
+    {
+        OfflineShow show({Song("One", 2)}, [done = false](OfflineShow& running, std::uint32_t) mutable {
+            if (std::exchange(done, true))
+                return;
+            EXPECT_EQ(running.Do("play").message, "play is not possible while playing");
+        });
+        for (const Row& row : standing)
+            EXPECT_EQ(show.Do(row.command).message, row.answer) << row.command;
+        EXPECT_EQ(show.Run(), TransportState::kEnded);
+    }
+    const Row empty[] = {{"play", "play is not possible while empty"},
+                         {"stop", "stop is not possible while empty"},
+                         {"locate 1", "locate is not possible while empty"},
+                         {"tempo 2", ""},
+                         {"panic", ""}};
+    OfflineShow nothing({});
+    for (const Row& row : empty)
+        EXPECT_EQ(nothing.Do(row.command).message, row.answer) << row.command;
+    EXPECT_EQ(nothing.GetTransport().GetSnapshot()->state, TransportState::kEmpty);
+}
+
+TEST(Transport, AnswersEveryCommandOfThreeThreadsAlsoWhenItIsDestroyedBeforeTheirTurn) {
+    constexpr int kPosts = 60;
+    const char* const commands[] = {"play", "locate 2", "transpose 3", "mute 1", "stop", "unmute 1", "tempo 1.5"};
+    std::vector<std::future<CommandAnswer>> answers[3];
+    std::promise<void> reached, release;
+    {
+        OfflineShow show({Song("One", 4)});
+        // The device holds the transport while the others post.
+        Layer::Instance().SetObserver([&, held = false](const std::uint8_t*, std::size_t, auto) mutable {
+            if (std::exchange(held, true))
+                return;
+            reached.set_value();
+            release.get_future().wait();
+        });
+        auto panic = show.GetTransport().Post(ParseCommand("panic"));
+        reached.get_future().wait();
+        std::vector<std::thread> posters;
+        for (auto& own : answers)
+            posters.emplace_back([&] {
+                for (int i = 0; i < kPosts; ++i)
+                    own.push_back(show.GetTransport().Post(ParseCommand(commands[i % std::size(commands)])));
+            });
+        for (std::thread& poster : posters)
+            poster.join();
+        release.set_value();
+        EXPECT_TRUE(IsAnswered(panic));
+    }
+    int unanswered = 0;
+    for (auto& own : answers)
+        for (auto& answer : own) {
+            ASSERT_TRUE(IsAnswered(answer));
+            try {
+                const CommandAnswer got = answer.get();
+                EXPECT_TRUE(got.done || !got.message.empty());
+            } catch (const std::future_error&) {
+                ++unanswered;
+            }
+        }
+    EXPECT_EQ(unanswered, 0);
+}
+
+TEST(Transport, ASongFollowsAnotherWithoutAGapInVirtualTime) {
+    OfflineShow show({Song("One", 2), Song("Two", 1), Song("Three", 1)});
+    ASSERT_EQ(show.Run(), TransportState::kEnded);
+    std::vector<std::string> events;
+    std::optional<PlaybackRecord> last;
+    for (const PlaybackRecord& record : show.TakeRecords()) {
+        if (record.kind == PlaybackRecord::Kind::kSong)
+            events.push_back("song " + std::to_string(record.song));
+        if (record.kind == PlaybackRecord::Kind::kEnd)
+            events.push_back("end " + std::to_string(record.song));
+        if (record.kind != PlaybackRecord::Kind::kClock)
+            continue;
+        if (last) {
+            EXPECT_NEAR(std::chrono::duration<double>(record.time - last->time).count(), 0.5 / 24, 1e-6)
+                << "song " << record.song << " tick " << record.tick;
+        }
+        last = record;
+    }
+    EXPECT_EQ(events, (std::vector<std::string>{"song 1", "end 1", "song 2", "end 2", "song 3", "end 3"}));
+    EXPECT_EQ(show.Deaf().WhatSounds(), "");
+}
+
+TEST(Transport, SnapshotsAreNumberedUpwardsAndTellTheState) {
+    OfflineShow show({Song("One", 1), Song("Two", 1)});
+    const auto first = show.GetTransport().GetSnapshot();
+    EXPECT_EQ(first->state, TransportState::kStopped);
+    EXPECT_EQ(first->title, "One");
+    ASSERT_EQ(first->tracks.size(), 1u);
+    EXPECT_EQ(first->tracks[0].channel, 1);
+    show.Do("mute 1");
+    show.Do("transpose -2");
+    const auto second = show.GetTransport().GetSnapshot();
+    EXPECT_EQ(second->number, first->number + 2);
+    EXPECT_TRUE(second->tracks[0].muted);
+    EXPECT_EQ(second->transposition, -2);
+    EXPECT_FALSE(first->tracks[0].muted);
+    ASSERT_EQ(show.Run(), TransportState::kEnded);
+    const auto last = show.GetTransport().GetSnapshot();
+    EXPECT_EQ(last->song, 2u);
+    EXPECT_TRUE(last->tracks[0].muted);  // of the run, not of the song
+}
+
+TEST(Transport, ADeviceThatRefusesToOpenIsReported) {
+    Layer::Instance().Reset();
+    Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(L"Taken"));
+    Layer::Instance().Fail(Fault::kOpen, 4, 1);  // allocated
+    const SongSource songs;
+    PlaybackFeed feed;
+    EXPECT_THROW(Transport({}, songs, feed), MidiDeviceUnavailable);
+    EXPECT_EQ(Layer::Instance().GetCounters().openStreams, 0);
+    Layer::Instance().Reset();
+}
+
+TEST(Transport, ADeviceThatTakesNothingMoreEndsInAFaultAndHoldsNothingUp) {
+    OfflineShow show({Song("One", 8)}, [done = false](OfflineShow& running, std::uint32_t tick) mutable {
+        if (tick < 4 * kResolution || std::exchange(done, true))
+            return;
+        Layer::Instance().Fail(Fault::kOut, 6, 1'000'000);  // no driver
+        running.GetTransport().PostFault("the output is lost");
+    });
+    ASSERT_EQ(show.Run(), TransportState::kFault);
+    const auto snapshot = show.GetTransport().GetSnapshot();
+    ASSERT_FALSE(snapshot->messages.empty());
+    EXPECT_EQ(snapshot->messages.front(), "the output is lost");
+    EXPECT_EQ(show.Do("play").message, "play is not possible while fault");
+}
+
+TEST(Transport, ABufferThatNeverReturnsCostsSecondsAndNotTheShow) {
+    Layer::Instance().Reset();
+    Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(L"Slow"));
+    SongSource songs;
+    songs.Add("1", Song("One", 1));
+    PlaybackFeed feed;
+    {
+        Transport::Settings settings;
+        settings.tempoScale = 2;
+        Transport transport(settings, songs, feed);
+        Layer::Instance().HoldBuffers(1);
+        ASSERT_TRUE(transport.Post(ParseCommand("play")).get().done);
+        std::uint64_t seen = 0;
+        for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < 30s;) {
+            const auto snapshot = transport.WaitForChange(seen, 100ms);
+            seen = snapshot->number;
+            if (snapshot->state != TransportState::kPlaying)
+                break;
+        }
+        EXPECT_EQ(transport.GetSnapshot()->state, TransportState::kEnded);
+    }
+    Layer::Instance().Reset();
+    EXPECT_EQ(Layer::Instance().GetCounters().openStreams, 0);
+}
+
+}  // namespace
+}  // namespace player
