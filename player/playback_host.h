@@ -160,6 +160,7 @@ private:
     bool clockIsUnplayed_ = false;   // a clock came and its cycle has not been played
     bool firstClockOfArming_ = false;
     bool playing_ = false;
+    bool closing_ = false;
     bool songStarted_ = false;
     std::chrono::nanoseconds clockTime_{0};  // when the current clock began
 

@@ -25,11 +25,11 @@ class PositionWriter {
 public:
     enum class Form {
         kJson,
-        kLine,    // follows the delayed downbeats
-        kOffline  // songs and markers only: virtual time is too fast for a line
+        kLine  // follows the delayed downbeats; in virtual time, songs and markers alone
     };
+    enum class Time { kReal, kVirtual };
 
-    PositionWriter(Form form, const SongSource& songs, PlaybackFeed& feed);
+    PositionWriter(Form form, Time time, const SongSource& songs, PlaybackFeed& feed);
     ~PositionWriter();
     PositionWriter(const PositionWriter&) = delete;
     PositionWriter& operator=(const PositionWriter&) = delete;
@@ -45,6 +45,7 @@ private:
     void Write(const std::string& text);
 
     const Form form_;
+    const bool isOffline_;
     const SongSource& songs_;
     const std::shared_ptr<PlaybackFeed::Subscription> records_;
     std::deque<PlaybackRecord> clicks_;  // played, and not yet heard

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "player/atomic_file.h"
@@ -28,8 +29,9 @@ public:
     Recording& operator=(const Recording&) = delete;
 
     void Add(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time);
-    /// Writes the file. What was sent before firstClock is put at time 0.
-    void Commit(std::chrono::nanoseconds firstClock);
+    /// Writes the file. What was sent before the first clock is put at time 0; without
+    /// a clock the first message is there.
+    void Commit(std::optional<std::chrono::nanoseconds> firstClock);
 
 private:
     struct Message {

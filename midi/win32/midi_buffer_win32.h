@@ -44,6 +44,8 @@ public:
     /// Sets the port's stream buffer aside, since the stream still holds it, and
     /// gives the port a new, empty one.
     void QuarantineDataBuffer(std::uint8_t portIndex, HMIDIOUT handle);
+    /// Prepares the replacement of a quarantined buffer where that failed before.
+    void PrepareReplacement(std::uint8_t portIndex, HMIDIOUT handle);
     /// Drops the buffers that the stream of this handle has returned, and those of
     /// any other stream, which is closed.
     void CleanUpQuarantinedDataBuffers(HMIDIOUT handle);
@@ -60,4 +62,5 @@ private:
     std::vector<std::shared_ptr<DataBuffer>> dataBuffers_;
     std::vector<std::shared_ptr<DataBuffer>> quarantinedDataBuffers_;
     std::set<std::uint8_t> retainedPorts_;
+    std::set<std::uint8_t> replacementsToPrepare_;
 };

@@ -33,9 +33,6 @@ std::chrono::nanoseconds OfflineClock::GetTime() const {
 }
 
 void OfflineClock::SetClockTimer(double clockTime) {
-    // The song ended with this clock, and the next one starts in its place.
-    if (!GetPlaybackIsArmed())
-        return;
     // A clock that ended the song leads to no further one: the next song starts at
     // its time, without a gap.
     if (!GetPlaybackIsArmed())

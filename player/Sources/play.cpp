@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -107,10 +108,8 @@ public:
           devices_(devices),
           recording_(options.recordTo.empty() ? nullptr : std::make_unique<Recording>(options.recordTo)),
           exceptionSink_(SetExceptionLogSink([this](const LoggedException& logged) { NoteException(logged); })),
-          writer_(options.json      ? PositionWriter::Form::kJson
-                  : options.offline ? PositionWriter::Form::kOffline
-                                    : PositionWriter::Form::kLine,
-                  songs, feed_) {
+          writer_(options.json ? PositionWriter::Form::kJson : PositionWriter::Form::kLine,
+                  options.offline ? PositionWriter::Time::kVirtual : PositionWriter::Time::kReal, songs, feed_) {
         try {
             Transport::Settings settings;
             settings.output = output;
@@ -145,13 +144,17 @@ public:
         const CommandAnswer started = transport_->Post({CommandKind::kPlay, 0, 1, 1}).get();
         if (!started.done)
             transport_->PostFault(started.message);
-        const int status = WaitForEnd();
+        int status = WaitForEnd();
         // Everything that was sent is with the recording before it is written.
-        transport_.reset();
-        feed_.Close();
-        listener_.join();
-        if (recording_)
-            recording_->Commit(firstClock_);
+        EndThreads();
+        if (recording_) {
+            try {
+                recording_->Commit(firstClock_);
+            } catch (const std::exception& error) {
+                Complain(error.what());
+                status = kFailed;
+            }
+        }
         if (!isOffline_ && statistics_.GetClocks() > 0)
             std::fputs(statistics_.Report().c_str(), stderr);
         if (!writer_.Finish(kOutputPatience)) {
@@ -162,11 +165,17 @@ public:
     }
 
 private:
-    void Close() {
-        transport_.reset();
+    // The listener first: it runs the script, and so uses the transport.
+    void EndThreads() {
+        isClosing_ = true;
         feed_.Close();
         if (listener_.joinable())
             listener_.join();
+        transport_.reset();
+    }
+
+    void Close() {
+        EndThreads();
         devices_.Observe({});
         devices_.UseVirtualTime({});
         SetExceptionLogSink(exceptionSink_);
@@ -247,7 +256,7 @@ private:
     void RunScriptAfter(const PlaybackRecord& record) {
         const auto song = songs_.GetSong(songs_.GetKey(record.song - 1));
         const std::uint32_t next = record.tick + song->song.GetResolution() / 24u;
-        while (script_.IsDue(*song, next))
+        while (!isClosing_ && script_.IsDue(*song, next))
             RunNextLine(*song, [next] { return next; });
     }
 
@@ -260,13 +269,11 @@ private:
     }
 
     void Listen(PlaybackFeed::Subscription& records) {
-        bool hasFirstClock = false;
         while (const auto record = records.Next()) {
             if (record->kind != PlaybackRecord::Kind::kClock)
                 continue;
-            if (!hasFirstClock)
+            if (!firstClock_)
                 firstClock_ = record->time;
-            hasFirstClock = true;
             if (isOffline_)
                 continue;
             statistics_.Add(*record);
@@ -278,6 +285,7 @@ private:
     const bool isOffline_;
     ScriptRunner script_;
     std::atomic<bool> scriptHasSettled_{false};
+    std::atomic<bool> isClosing_{false};
     const SongSource& songs_;
     OutputDevices& devices_;
     std::unique_ptr<Recording> recording_;
@@ -288,7 +296,7 @@ private:
     PlaybackFeed feed_;
     PositionWriter writer_;
     // The listener's own until it has been joined.
-    std::chrono::nanoseconds firstClock_{0};
+    std::optional<std::chrono::nanoseconds> firstClock_;
     ClockStatistics statistics_;
     std::thread listener_;
     std::unique_ptr<Transport> transport_;
@@ -313,9 +321,10 @@ int Play(const PlayOptions& options) {
         OutputDevices devices;
         const std::string output = OutputDevices::Select(options.output);
         WarnOfSilentMutes(options, songs);
-        Run run(options, songs, std::move(script), devices, output);
+        // Before the recording's temporary file is there: nobody would remove it.
         std::signal(SIGINT, OnInterrupt);
         std::signal(SIGTERM, OnInterrupt);
+        Run run(options, songs, std::move(script), devices, output);
         hasStarted = true;
         return run.Play();
     } catch (const std::exception& error) {

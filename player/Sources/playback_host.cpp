@@ -78,8 +78,15 @@ PlaybackHost::PlaybackHost(const Settings& settings, PlaybackFeed& feed)
 
 PlaybackHost::~PlaybackHost() {
     Disarm();
+    {
+        std::lock_guard host(hostMutex_);
+        closing_ = true;
+    }
     output_.reset();
     clock_->SetMidiClockCallback([](double) {});
+    // In virtual time its thread asks this object for filled cycles: it ends before
+    // anything else does.
+    clock_.reset();
 }
 
 // ---- the transport's side
@@ -133,17 +140,23 @@ std::uint64_t PlaybackHost::Play() {
 }
 
 std::optional<std::uint64_t> PlaybackHost::Locate(std::uint32_t tick) {
-    const bool wasPlaying = IsPlaying();
+    bool wasPlaying = false;
+    bool notesHaveEnded = false;
+    {
+        std::lock_guard host(hostMutex_);
+        wasPlaying = playing_;
+        // By itself, a moment ago: with the last buffer every note was ended.
+        notesHaveEnded = playing_ && !output_->PlaybackIsActive();
+    }
     Disarm();
-    bool panicked = false;
     {
         std::lock_guard lock(songMutex_);
-        panicked = std::exchange(panicked_, false);
-        // The stream would let notes sound on that the panic has ended.
-        if (panicked)
+        notesHaveEnded = std::exchange(panicked_, false) || notesHaveEnded;
+        // The stream would take notes for sounding on that were ended.
+        if (notesHaveEnded)
             sounding_.reset();
     }
-    if (panicked)
+    if (notesHaveEnded)
         EndNotes();
     if (wasPlaying)
         return StartAt(tick);
@@ -461,21 +474,27 @@ void PlaybackHost::EnqueueSong(MidiBuffer& buffer, std::uint32_t endTick, Filled
             stream_->EnqueueEventsWithPersistence(endTick, transposition, sounding_->transposition, buffer, true);
             break;
         case Start::kRunning:
-            if (std::exchange(seekBeforeFill_, false))
+            // Not over what a full port has left waiting: a seek would skip it.
+            if (!portWasFull_ && std::exchange(seekBeforeFill_, false))
                 stream_->Seek(enqueuedTick_);
             if (transposition != previousTransposition_) {
                 stream_->EnqueueEventsWithPersistence(endTick, transposition, previousTransposition_, buffer, false);
                 break;
             }
-            for (const unsigned short id : pendingUnmutes_) {
+            for (auto next = pendingUnmutes_.begin(); !portWasFull_ && next != pendingUnmutes_.end();) {
+                const unsigned short id = *next;
+                // What the mute has still to end would be struck a second time.
+                if (channelsToSilence_.contains(id)) {
+                    ++next;
+                    continue;
+                }
+                next = pendingUnmutes_.erase(next);
                 stream_->UnmuteTrack(id);
                 mutedTracks_.erase(id);
-                channelsToSilence_.erase(id);
                 // The chase strikes notes that the stream does not record: in the
                 // next cycle it takes its state from the song again.
                 seekBeforeFill_ = true;
             }
-            pendingUnmutes_.clear();
             stream_->EnqueueEvents(endTick, transposition, buffer, false);
             break;
     }
@@ -634,7 +653,7 @@ void PlaybackHost::Stopped() {
     {
         std::lock_guard host(hostMutex_);
         // Where the operator has armed again meanwhile, the end is no longer one.
-        if (output_->PlaybackIsActive())
+        if (closing_ || output_->PlaybackIsActive())
             return;
         arming = clockArming_;
     }

@@ -15,8 +15,8 @@ constexpr std::size_t kMostClicks = 16;
 
 }  // namespace
 
-PositionWriter::PositionWriter(Form form, const SongSource& songs, PlaybackFeed& feed)
-    : form_(form), songs_(songs), records_(feed.Subscribe()) {
+PositionWriter::PositionWriter(Form form, Time time, const SongSource& songs, PlaybackFeed& feed)
+    : form_(form), isOffline_(time == Time::kVirtual), songs_(songs), records_(feed.Subscribe()) {
     thread_ = std::thread([this] { Run(); });
 }
 
@@ -49,7 +49,7 @@ void PositionWriter::Run() {
 
 void PositionWriter::Take(const PlaybackRecord& record, PositionReporter& reporter) {
     using Kind = PlaybackRecord::Kind;
-    if (form_ != Form::kLine) {
+    if (form_ == Form::kJson || isOffline_) {
         reporter.Take(record);
         return;
     }
@@ -83,7 +83,7 @@ void PositionWriter::Show(const PositionReporter::Event& event) {
     }
     const bool isSong = std::strcmp(event.name, "song") == 0;
     const bool isClick = std::strcmp(event.name, "click") == 0;
-    if (form_ == Form::kOffline) {
+    if (isOffline_) {
         if (isSong || std::strcmp(event.name, "marker") == 0)
             Write(event.AsText() + "\n");
         return;
@@ -101,8 +101,8 @@ void PositionWriter::Show(const PositionReporter::Event& event) {
 void PositionWriter::Write(const std::string& text) {
     if (isBroken_)
         return;
-    isBroken_ = std::fwrite(text.data(), 1, text.size(), stdout) != text.size() ||
-                (form_ == Form::kLine && std::fflush(stdout) != 0);
+    isBroken_ =
+        std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || (!isOffline_ && std::fflush(stdout) != 0);
     std::lock_guard lock(mutex_);
     ++written_;
 }

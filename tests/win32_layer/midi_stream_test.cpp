@@ -150,6 +150,7 @@ TEST_F(MidiStreamLayer, AStreamOpensPausedAndPlaysWhatWaitedInOrderOnceRestarted
     midiStreamStop(stream);  // paused again
     ASSERT_EQ(Out(first), 0u);
     EXPECT_EQ(first.header.dwFlags, DWORD{MHDR_PREPARED | MHDR_INQUEUE | MHDR_ISSTRM});
+    EXPECT_EQ(Close(), 0u);  // gives the buffer back before it goes
 }
 
 TEST_F(MidiStreamLayer, ASendOfABadBufferIsRefusedAndLeavesItAsItWas) {

@@ -109,7 +109,11 @@ bool DelayedGui::StartTimer(std::uint64_t* resets) {
     if (!shouldRun_)
         return false;
     *resets = resets_;
-    SetTimer(timer_, secondsDelay_);
+    // Dropped meanwhile: a timer for nothing would cut the next entry's delay short.
+    if (!scheduledTickIndices_.empty())
+        SetTimer(timer_, secondsDelay_);
+    else
+        SetTimer(timer_, 0);
     return true;
 }
 

@@ -1,5 +1,6 @@
 #include "midi/win32/midi_buffer_win32.h"
 
+#include <exception>
 #include <stdexcept>
 
 MidiBuffer* CreateMidiBuffer(std::uint8_t portCount, std::uint16_t dataBufferSize, const std::string& name) {
@@ -80,19 +81,37 @@ void MidiBufferWin32::PrepareHeaders(HMIDIOUT handle) {
 
 void MidiBufferWin32::UnprepareHeaders(HMIDIOUT handle) {
     std::lock_guard lock(mutex_);
-    for (const auto& buffer : dataBuffers_)
-        buffer->UnprepareHeader(handle);
+    std::exception_ptr firstError;
+    for (const auto& buffer : dataBuffers_) {
+        try {
+            buffer->UnprepareHeader(handle);
+        } catch (...) {
+            if (!firstError)
+                firstError = std::current_exception();
+        }
+    }
+    if (firstError)
+        std::rethrow_exception(firstError);
 }
 
 void MidiBufferWin32::QuarantineDataBuffer(std::uint8_t portIndex, HMIDIOUT handle) {
     std::lock_guard lock(mutex_);
     GetDataBuffer(portIndex);
-    // The replacement first: a port must never be left with the buffer that the
-    // stream holds.
+    // Put in place also where it cannot be prepared: a port must never be left with
+    // the buffer that the stream holds. The stream tries again before it sends.
     auto replacement = CreateDataBuffer(portIndex);
     quarantinedDataBuffers_.push_back(dataBuffers_[portIndex]);
     dataBuffers_[portIndex] = replacement;
-    replacement->PrepareHeader(handle);
+    replacementsToPrepare_.insert(portIndex);
+    PrepareReplacement(portIndex, handle);
+}
+
+void MidiBufferWin32::PrepareReplacement(std::uint8_t portIndex, HMIDIOUT handle) {
+    std::lock_guard lock(mutex_);
+    if (!replacementsToPrepare_.contains(portIndex))
+        return;
+    GetDataBuffer(portIndex).PrepareHeader(handle);
+    replacementsToPrepare_.erase(portIndex);
 }
 
 void MidiBufferWin32::CleanUpQuarantinedDataBuffers(HMIDIOUT handle) {

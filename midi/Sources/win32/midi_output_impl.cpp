@@ -122,8 +122,8 @@ void MidiOutputWin32::CreateAudioUnitOutput(const zell::ptr_map<std::uint16_t, v
 void MidiOutputWin32::CreateTarvikOutput() {}
 
 void MidiOutputWin32::DisarmPlayback() {
-    MidiOutput::DisarmPlayback();
     try {
+        MidiOutput::DisarmPlayback();
         if (synth_)
             ports_.CleanUpQuarantinedDataBuffers(synth_->GetStreamHandle());
     } catch (...) {

@@ -56,12 +56,13 @@ void MidiOutputPortsWin32::DisconnectSynth(WinSynth& synth) {
         MidiBufferWin32& buffer = PlatformForm(*registered);
         // One header that cannot be unprepared must not leave the others prepared
         // for a stream that is about to close.
-        try {
-            buffer.UnprepareHeaders(handle);
-            buffer.CleanUpQuarantinedDataBuffers(handle);
-        } catch (...) {
-            if (!firstError)
-                firstError = std::current_exception();
+        for (const auto step : {&MidiBufferWin32::UnprepareHeaders, &MidiBufferWin32::CleanUpQuarantinedDataBuffers}) {
+            try {
+                (buffer.*step)(handle);
+            } catch (...) {
+                if (!firstError)
+                    firstError = std::current_exception();
+            }
         }
         if (buffer.GetHasQuarantinedDataBuffers())
             zell::CoutBuffer() << "WARNING: " << buffer.GetName() << " has " << buffer.GetQuarantinedDataBufferCount()

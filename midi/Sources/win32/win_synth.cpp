@@ -35,6 +35,7 @@ WinSynth::~WinSynth() {
 
 void WinSynth::SendDataBuffer(MidiBufferWin32* buffer, std::uint8_t portIndex) {
     DataBuffer& data = buffer->GetDataBuffer(portIndex);
+    buffer->PrepareReplacement(portIndex, GetStreamHandle());
     if (!data.GetHeaderIsPrepared())
         ThrowContractBroken("Header is not prepared.", "Header is not prepared.");
     if (data.GetPreparedOutputHandle() != GetStreamHandle())
