@@ -1,5 +1,6 @@
 #include "player/offline_clock.h"
 
+#include <cmath>
 #include <exception>
 #include <utility>
 
@@ -38,7 +39,7 @@ void OfflineClock::SetClockTimer(double clockTime) {
     if (!GetPlaybackIsArmed())
         return;
     const Run run = GetRun();
-    const auto length = std::chrono::nanoseconds(static_cast<std::int64_t>(clockTime * 1e9 + 0.5));
+    const auto length = std::chrono::nanoseconds(std::llround(clockTime * 1e9));
     std::lock_guard lock(mutex_);
     run_ = run;
     due_ = now_ + length;

@@ -20,7 +20,6 @@
 #include "tests/midi/console_capture.h"
 #include "vemo_core/song_builder.h"
 
-using testing::ElementsAre;
 using testing::Pair;
 
 namespace {

@@ -38,7 +38,7 @@ Bytes Note(int key) {
 }
 
 /// What silences port 0, channel by channel, with these controllers.
-std::vector<Bytes> Silence(std::vector<std::uint8_t> controllers) {
+std::vector<Bytes> Silence(const std::vector<std::uint8_t>& controllers) {
     std::vector<Bytes> silence;
     for (std::uint8_t status = 0xB0; status <= 0xBF; ++status)
         for (const std::uint8_t controller : controllers)

@@ -78,7 +78,7 @@ public:
     MidiBufferWin32& PlayBuffer() { return static_cast<MidiBufferWin32&>(output->GetPlayBuffer()); }
     /// What the device has played since the last call.
     std::vector<Bytes> TakePlayed() {
-        const std::vector<Bytes> played = PlayedBytes(*device);
+        std::vector<Bytes> played = PlayedBytes(*device);
         device->Clear();
         return played;
     }
