@@ -11,7 +11,9 @@
 #include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "player/clock_statistics.h"
 #include "player/midi_file_import.h"
@@ -50,6 +52,37 @@ extern "C" void OnInterrupt(int) {
 void Complain(const std::string& message) {
     std::fprintf(stderr, "vemo_player: %s\n", message.c_str());
 }
+
+/// What the engine's threads report, until the main thread prints it: standard error
+/// may be as stuck as standard output, and the clock must not wait for it. Bounded;
+/// a line that repeats the one before is left out.
+class Reports {
+public:
+    void Add(const std::string& line) {
+        std::lock_guard lock(mutex_);
+        if (line == latest_ || lines_.size() >= kMostLines)
+            return;
+        lines_.push_back(line);
+        latest_ = line;
+    }
+    /// On the main thread alone.
+    void Print() {
+        std::vector<std::string> lines;
+        {
+            std::lock_guard lock(mutex_);
+            lines.swap(lines_);
+        }
+        for (const std::string& line : lines)
+            Complain(line);
+    }
+
+private:
+    static constexpr std::size_t kMostLines = 200;
+
+    std::mutex mutex_;
+    std::vector<std::string> lines_;  // guarded by mutex_
+    std::string latest_;              // guarded by mutex_
+};
 
 SongSource ReadSongs(const std::vector<std::string>& files) {
     SongSource songs;
@@ -101,9 +134,10 @@ void WarnOfSilentMutes(const PlayOptions& options, const SongSource& songs) {
 class Run {
 public:
     Run(const PlayOptions& options, const SongSource& songs, Script script, OutputDevices& devices,
-        const std::string& output)
+        const std::string& output, Reports& reports)
         : isOffline_(options.offline),
-          script_(std::move(script), [](const std::string& message) { Complain(message); }),
+          reports_(reports),
+          script_(std::move(script), [&reports](const std::string& message) { reports.Add(message); }),
           songs_(songs),
           devices_(devices),
           recording_(options.recordTo.empty() ? nullptr : std::make_unique<Recording>(options.recordTo)),
@@ -188,6 +222,7 @@ private:
         for (;;) {
             const auto snapshot = transport_->WaitForChange(seen, 50ms);
             seen = snapshot->number;
+            reports_.Print();
             if (interrupted != 0) {
                 transport_->Post({CommandKind::kStop, 0, 1, 1}).get();
                 return kInterrupted;
@@ -219,7 +254,7 @@ private:
     }
 
     void NoteException(const LoggedException& logged) {
-        Complain(logged.message + " (" + logged.sourcePath + ")");
+        reports_.Add(logged.message + " (" + logged.sourcePath + ")");
         const bool endsThread = logged.sourcePath == "midi/Sources/midi_queue_thread" ||
                                 logged.sourcePath == "midi/Sources/win32/standard_midi_clock_impl" ||
                                 logged.sourcePath == "player/Sources/offline_clock";
@@ -283,6 +318,7 @@ private:
     }
 
     const bool isOffline_;
+    Reports& reports_;
     ScriptRunner script_;
     std::atomic<bool> scriptHasSettled_{false};
     std::atomic<bool> isClosing_{false};
@@ -308,7 +344,9 @@ private:
 
 int Play(const PlayOptions& options) {
     // What the engine reports must not mix with what a program reads.
-    zell::CoutBuffer::SetSink([](const std::string& text) { std::fputs(text.c_str(), stderr); });
+    const auto reports = std::make_shared<Reports>();
+    zell::CoutBuffer::SetSink(
+        [reports](const std::string& text) { reports->Add(text.substr(0, text.find_last_not_of('\n') + 1)); });
     if (!OutputDevices::CanRecord() && (options.offline || !options.recordTo.empty())) {
         Complain("--offline and --record are not to be had on this system: its MIDI service plays in real time only");
         return kRefused;
@@ -324,9 +362,11 @@ int Play(const PlayOptions& options) {
         // Before the recording's temporary file is there: nobody would remove it.
         std::signal(SIGINT, OnInterrupt);
         std::signal(SIGTERM, OnInterrupt);
-        Run run(options, songs, std::move(script), devices, output);
+        Run run(options, songs, std::move(script), devices, output, *reports);
         hasStarted = true;
-        return run.Play();
+        const int status = run.Play();
+        reports->Print();
+        return status;
     } catch (const std::exception& error) {
         // Of an output that cannot be opened, the engine lists every device below.
         const std::string message = error.what();
