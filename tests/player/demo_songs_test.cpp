@@ -18,7 +18,7 @@
 namespace {
 
 TEST(DemoSongs, TheCommittedFilesAreWhatTheProgramWrites) {
-    const auto folder = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "player" / "demo";
+    const auto folder = std::filesystem::path(VEMO_SOURCE_DIR) / "player" / "demo";
     for (const player::DemoSong& song : player::DemoSongs()) {
         std::ifstream stream(folder / song.fileName, std::ios::binary);
         const std::vector<std::uint8_t> committed{std::istreambuf_iterator<char>(stream), {}};
