@@ -15,7 +15,8 @@
 /// Lock:    none of its own. AdvanceToTickIndexWithLock() is for callers that
 ///          hold theirs: the clock is never entered with it.
 /// Units:   as HowToPlay.
-/// Errors:  as HowToPlay. A change that comes too late is the clock's to report.
+/// Errors:  as HowToPlay, but that without a song nothing moves either: there is no
+///          tempo to tell. A change that comes too late is the clock's to report.
 class VEMO_MIDI_EXPORT HowToPlayWithMidiClock : public HowToPlay {
 public:
     HowToPlayWithMidiClock(UserControls& userControls, MidiClock& midiClock);

@@ -20,14 +20,20 @@ namespace player {
 /// Lock:    one for the list of subscriptions, then one for each, leaves.
 class PlaybackFeed {
 public:
-    /// A queue of records for one reader. A reader that lags makes it grow up to
-    /// kMostRecords; then the oldest records are dropped and counted.
+    /// What becomes of a reader that lags.
+    enum class Lag {
+        kDropOldest,  // its queue is made once, for ten minutes of clocks: the clock thread never allocates for it
+        kGrow         // for virtual time, where hours pass in seconds: the queue grows to a million records first
+    };
+
+    /// A queue of records for one reader. Once it is full, the oldest records are
+    /// dropped and counted.
     class Subscription {
     public:
-        static constexpr std::size_t kUsualRecords = std::size_t{1} << 12;
+        static constexpr std::size_t kUsualRecords = std::size_t{1} << 15;
         static constexpr std::size_t kMostRecords = std::size_t{1} << 20;
 
-        Subscription();
+        explicit Subscription(Lag lag);
         /// Waits for the next record; nothing once the feed is closed and empty.
         std::optional<PlaybackRecord> Next();
         std::uint64_t GetDropped() const;
@@ -37,6 +43,7 @@ public:
         void Push(const PlaybackRecord& record);
         void Close();
 
+        const Lag lag_;
         mutable std::mutex mutex_;
         std::condition_variable changed_;
         // Guarded by mutex_. A ring: first_ is the oldest of count_.
@@ -47,7 +54,7 @@ public:
         bool closed_ = false;
     };
 
-    PlaybackFeed();
+    explicit PlaybackFeed(Lag lag = Lag::kDropOldest);
     ~PlaybackFeed();
     PlaybackFeed(const PlaybackFeed&) = delete;
     PlaybackFeed& operator=(const PlaybackFeed&) = delete;
@@ -58,6 +65,7 @@ public:
     void Close();
 
 private:
+    const Lag lag_;
     std::mutex mutex_;
     std::vector<std::shared_ptr<Subscription>> subscriptions_;  // guarded by mutex_
 };

@@ -161,7 +161,6 @@ private:
     bool firstClockOfArming_ = false;
     bool playing_ = false;
     bool closing_ = false;
-    bool songStarted_ = false;
     std::chrono::nanoseconds clockTime_{0};  // when the current clock began
 
     mutable std::mutex songMutex_;
@@ -201,6 +200,7 @@ private:
     double sentClockTime_ = 0;
     std::chrono::nanoseconds songStartTime_{0};
     bool hasSongStartTime_ = false;
+    bool songStarted_ = false;
     std::string fault_;
     std::vector<vemo_midi::VoiceEvent> noteOffs_;
 

@@ -18,6 +18,7 @@ public:
     std::uint32_t end() const { return end_; }
     int int_value() const { return intValue_; }
     double float_value() const { return floatValue_; }
+    double value() const { return floatValue_; }
     /// "start=960 end=1920 value=2"; the value as a whole number or a factor.
     void WriteString(std::ostream& out) const;
 

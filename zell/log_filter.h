@@ -25,10 +25,10 @@ struct LogEntry {
 ZELL_EXPORT void LogFilter(LogKind kind, const char* file, int line, const char* description, bool flag) noexcept;
 
 using LogListener = std::function<void(const LogEntry&)>;
-/// Replaces the listener; an empty one switches logging off. After it returns
-/// the old listener runs on no other thread. Never called with a lock held that
-/// the listener takes.
-ZELL_EXPORT void SetLogListener(LogListener listener);
+/// Replaces the listener and returns the one before; an empty one switches logging
+/// off. After it returns the old listener runs on no other thread. Never called with
+/// a lock held that the listener takes.
+ZELL_EXPORT LogListener SetLogListener(LogListener listener);
 
 /// The text of a failed platform call: it names file, line, call and detail.
 ZELL_EXPORT std::string CreateFailureMessage(const std::string& file, int line, const std::string& description,

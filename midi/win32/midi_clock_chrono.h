@@ -48,6 +48,9 @@ public:
     void StopOverhead();
     void StopTotal();
 
+    /// The report thread's body.
+    void RunLoop();
+
     static TimePoint Now();
     static std::int64_t GetTimeDifferenceNanoSeconds(TimePoint later, TimePoint earlier);
     static double GetTimeDifferenceSeconds(TimePoint later, TimePoint earlier);
@@ -61,7 +64,6 @@ private:
     void ReportPeriodicError_(double expectedPeriod, double actualPeriod);
     void AddTotalNanoSeconds_(unsigned long long nanoSeconds);
 
-    void RunLoop();
     void Report_();
 
     const TimeSource timeSource_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
@@ -27,6 +28,13 @@ public:
     StandardMidiClockImpl();
     ~StandardMidiClockImpl() override;
 
+    /// The clock thread's body.
+    void RunLoop();
+    /// One clock of the run in force, as a timer of it would emit it.
+    void DoTimerCallback();
+    /// The same for the platform's timer thread: what fails is logged.
+    void DoTimerCallbackFromThread();
+
 protected:
     void SetClockTimer(double clockTime) override;
     void StartClock() override;
@@ -34,7 +42,6 @@ protected:
 private:
     class Timers;
 
-    void RunLoop();
     /// One clock of that run; ends its chain where it is the last.
     void DoTimerCallback(const Run& run);
     void DoTimerCallbackFromThread(const Run& run);
@@ -44,7 +51,9 @@ private:
 
     std::mutex startMutex_;
     std::condition_variable startCondition_;
-    bool startIsPending_ = false;  // guarded by startMutex_
+    // Guarded by startMutex_.
+    bool startIsPending_ = false;
+    std::uint64_t startArming_ = 0;  // the arming that the start was meant for
 
     std::thread clockThread_;
 };

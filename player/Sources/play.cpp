@@ -142,6 +142,7 @@ public:
           devices_(devices),
           recording_(options.recordTo.empty() ? nullptr : std::make_unique<Recording>(options.recordTo)),
           exceptionSink_(SetExceptionLogSink([this](const LoggedException& logged) { NoteException(logged); })),
+          feed_(options.offline ? PlaybackFeed::Lag::kGrow : PlaybackFeed::Lag::kDropOldest),
           writer_(options.json ? PositionWriter::Form::kJson : PositionWriter::Form::kLine,
                   options.offline ? PositionWriter::Time::kVirtual : PositionWriter::Time::kReal, songs, feed_) {
         try {

@@ -4,7 +4,7 @@
 
 namespace player {
 
-PlaybackFeed::Subscription::Subscription() : ring_(kUsualRecords) {}
+PlaybackFeed::Subscription::Subscription(Lag lag) : lag_(lag), ring_(kUsualRecords) {}
 
 std::optional<PlaybackRecord> PlaybackFeed::Subscription::Next() {
     std::unique_lock lock(mutex_);
@@ -25,7 +25,7 @@ std::uint64_t PlaybackFeed::Subscription::GetDropped() const {
 void PlaybackFeed::Subscription::Push(const PlaybackRecord& record) {
     std::lock_guard lock(mutex_);
     if (count_ == ring_.size()) {
-        if (ring_.size() < kMostRecords) {
+        if (lag_ == Lag::kGrow && ring_.size() < kMostRecords) {
             std::rotate(ring_.begin(), ring_.begin() + static_cast<std::ptrdiff_t>(first_), ring_.end());
             first_ = 0;
             ring_.resize(ring_.size() * 2);
@@ -46,13 +46,14 @@ void PlaybackFeed::Subscription::Close() {
     changed_.notify_one();
 }
 
-PlaybackFeed::PlaybackFeed() = default;
+PlaybackFeed::PlaybackFeed(Lag lag) : lag_(lag) {}
+
 PlaybackFeed::~PlaybackFeed() {
     Close();
 }
 
 std::shared_ptr<PlaybackFeed::Subscription> PlaybackFeed::Subscribe() {
-    auto subscription = std::make_shared<Subscription>();
+    auto subscription = std::make_shared<Subscription>(lag_);
     std::lock_guard lock(mutex_);
     subscriptions_.push_back(subscription);
     return subscription;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "vemo_core/gui_dispatcher.h"
@@ -132,6 +133,23 @@ TEST(MidiClockChrono, EndsAtOnceAndInSilenceWhenNothingWasMeasured) {
     timed.chrono.StopTotal();  // no time at all: nothing to divide by
     timed.chrono.ReportClockTime(0);
     EXPECT_EQ(messages.WaitFor(1).size(), 1u);
+}
+
+TEST(MidiClockChrono, GoesOnReportingHoweverFastSamplesCome) {
+    DebugMessages messages;
+    MidiClockChrono chrono(1);
+    std::thread other([&] {
+        for (int sample = 0; sample < 20'000; ++sample)
+            chrono.StopTotal();
+    });
+    for (int sample = 0; sample < 20'000; ++sample)
+        chrono.StopTotal();
+    other.join();
+    for (int report = 0; report < 10; ++report) {  // the first may have been on its way
+        const std::size_t seen = messages.WaitFor(0).size();
+        chrono.StopTotal();
+        ASSERT_GT(messages.WaitFor(seen + 1).size(), seen);
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -360,6 +361,25 @@ TEST_F(ClockTimers, HostsThatStopAndStartWhileItRunsAlwaysGetItsFirstClock) {
         clock.ContinuousMode();
         std::unique_lock lock(mutex);
         ASSERT_TRUE(came.wait_for(lock, kLong, [&] { return seen; })) << round;
+    }
+}
+
+TEST_F(ClockTimers, AStartOfAnArmingBeforeDoesNotStartTheNextOne) {
+    StandardMidiClockImpl clock;
+    std::atomic<int> early{0};
+    std::atomic<double> unstarted{0};
+    clock.SetMidiClockCallback([&](double beatsPerMinute) { early += beatsPerMinute == unstarted; });
+    for (int round = 0; round < 300; ++round) {
+        const double clockTime = 0.01 + 0.00001 * round;
+        clock.ArmPlayback(10, 1, 0.009, 0, 0);
+        clock.ContinuousMode();
+        clock.DisarmPlayback();
+        unstarted = 60.0 / clockTime;
+        clock.ArmPlayback(10, 1, clockTime, 0, 0);
+        for (int turn = 0; turn < 20; ++turn)
+            std::this_thread::yield();
+        ASSERT_EQ(early, 0) << round;
+        clock.DisarmPlayback();
     }
 }
 

@@ -189,7 +189,7 @@ private:
 
     const Steer steer_;
     SongSource songs_;
-    PlaybackFeed feed_;
+    PlaybackFeed feed_{PlaybackFeed::Lag::kGrow};
     std::shared_ptr<PlaybackFeed::Subscription> records_;
     std::mutex mutex_;
     // Guarded by mutex_ while the show plays.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <utility>
 
 namespace player {
 namespace {
@@ -15,7 +16,7 @@ PlaybackRecord At(std::uint32_t tick) {
 
 TEST(PlaybackFeed, EveryReaderGetsEveryRecordInOrder) {
     constexpr std::uint32_t kRecords = 50'000;  // the queue grows while it is read
-    PlaybackFeed feed;
+    PlaybackFeed feed(PlaybackFeed::Lag::kGrow);
     const auto early = feed.Subscribe();
     const auto busy = feed.Subscribe();
     std::uint32_t read = 0;
@@ -41,16 +42,18 @@ TEST(PlaybackFeed, EveryReaderGetsEveryRecordInOrder) {
 }
 
 TEST(PlaybackFeed, AReaderThatIsStuckLosesTheOldestAndMakesNobodyWait) {
-    constexpr std::uint32_t kMost = PlaybackFeed::Subscription::kMostRecords;
-    PlaybackFeed feed;
-    const auto stuck = feed.Subscribe();
-    for (std::uint32_t tick = 0; tick < kMost + 3; ++tick)
-        feed.Publish(At(tick));
-    EXPECT_EQ(stuck->GetDropped(), 3u);
-    EXPECT_EQ(stuck->Next()->tick, 3u);
-    feed.Publish(At(kMost + 3));
-    EXPECT_EQ(stuck->GetDropped(), 3u);
-    EXPECT_EQ(stuck->Next()->tick, 4u);
+    for (const auto& [lag, most] : {std::pair(PlaybackFeed::Lag::kDropOldest, PlaybackFeed::Subscription::kUsualRecords),
+                                    std::pair(PlaybackFeed::Lag::kGrow, PlaybackFeed::Subscription::kMostRecords)}) {
+        PlaybackFeed feed(lag);
+        const auto stuck = feed.Subscribe();
+        for (std::uint32_t tick = 0; tick < most + 3; ++tick)
+            feed.Publish(At(tick));
+        EXPECT_EQ(stuck->GetDropped(), 3u);
+        EXPECT_EQ(stuck->Next()->tick, 3u);
+        feed.Publish(At(static_cast<std::uint32_t>(most + 3)));
+        EXPECT_EQ(stuck->GetDropped(), 3u);
+        EXPECT_EQ(stuck->Next()->tick, 4u);
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 #include "vemo_core/Sources/beat_runs.h"
@@ -11,9 +12,18 @@
 
 namespace {
 
+// A real number with every digit that tells it from the limit it misses.
+template <class Value>
+auto Shown(const Value& value) {
+    if constexpr (std::is_floating_point_v<Value>)
+        return zell::format("%.17g", value);
+    else
+        return value;
+}
+
 template <class Value>
 [[noreturn]] void Refuse(const char* what, const Value& value, const std::string& allowed) {
-    throw std::invalid_argument(zell::format("%s %s is refused: %s", what, value, allowed));
+    throw std::invalid_argument(zell::format("%s %s is refused: %s", what, Shown(value), allowed));
 }
 
 template <class Value>

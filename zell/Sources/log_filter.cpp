@@ -24,8 +24,8 @@ void LogFilter(LogKind kind, const char* file, int line, const char* description
     }
 }
 
-void SetLogListener(LogListener listener) {
-    ListenerSlot().Replace(std::move(listener));
+LogListener SetLogListener(LogListener listener) {
+    return ListenerSlot().Replace(std::move(listener));
 }
 
 std::string CreateFailureMessage(const std::string& file, int line, const std::string& description,

@@ -12,7 +12,7 @@ namespace {
 constexpr char kSource[] = "midi/Sources/win32/delayed_gui";
 constexpr wchar_t kTimerName[] = L"DelayedCallbackTimer";
 constexpr DWORD kLongestWaitMilliseconds = 2000;
-constexpr std::size_t kUsualQueueLength = 64;
+constexpr std::size_t kUsualQueueLength = 256;
 
 HANDLE CreateTimer() {
     HANDLE timer = CreateWaitableTimerW(nullptr, FALSE, kTimerName);

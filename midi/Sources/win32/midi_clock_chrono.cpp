@@ -161,7 +161,6 @@ void MidiClockChrono::RunLoop() {
         {
             std::unique_lock lock(mutex_);
             reportCondition_.wait(lock, [this] { return reportIsDue_ || !running_; });
-            reportIsDue_ = false;
             if (sampleCount_ == 0)
                 return;  // told to end, and nothing is left to say
         }
@@ -178,6 +177,9 @@ void MidiClockChrono::Report_() {
     double correction = 0;
     {
         std::lock_guard lock(mutex_);
+        // With the samples, or one that comes just before them would ask for a report
+        // of none.
+        reportIsDue_ = false;
         averageOverhead = std::exchange(overheadTotal_, 0) / sampleCount_;
         averageTotal = std::exchange(timeTotal_, 0) / sampleCount_;
         sampleCount_ = 0;

@@ -175,23 +175,31 @@ void StandardMidiClockImpl::SetClockTimer(double clockTime) {
 }
 
 void StandardMidiClockImpl::StartClock() {
+    const std::uint64_t arming = GetRun().arming;
     std::lock_guard lock(startMutex_);
     startIsPending_ = true;
+    startArming_ = arming;
     startCondition_.notify_one();
 }
 
 void StandardMidiClockImpl::RunLoop() {
     while (true) {
+        std::uint64_t arming = 0;
         {
             std::unique_lock lock(startMutex_);
             startCondition_.wait(lock, [this] { return startIsPending_; });
             startIsPending_ = false;
+            arming = startArming_;
         }
         Run run;
         {
             std::lock_guard lock(GetMutex());
             if (!running_)
                 return;
+            // Armed anew since: a clock now would play the first cycle before the
+            // start that is still to come, and be one clock behind from then on.
+            if (GetRun().arming != arming)
+                continue;
             // A run of its own for each start taken up: a second request that
             // came just before would otherwise begin a second chain of the same.
             run = BeginRun();
@@ -205,11 +213,23 @@ void StandardMidiClockImpl::RunLoop() {
 
 void StandardMidiClockImpl::DoTimerCallback(const Run& run) {
     ChainEnd end;
-    if (GetRun() != run)
-        return;  // another start measures now
-    chrono_.Start(clockState_.GetClockTime());
+    {
+        // Another start, which measures now, comes before this or waits for it.
+        std::lock_guard lock(GetMutex());
+        if (GetRun() != run)
+            return;
+        chrono_.Start(clockState_.GetClockTime());
+    }
     if (AdvanceClock(run))
         end.CarryOn();
+}
+
+void StandardMidiClockImpl::DoTimerCallback() {
+    DoTimerCallback(GetRun());
+}
+
+void StandardMidiClockImpl::DoTimerCallbackFromThread() {
+    DoTimerCallbackFromThread(GetRun());
 }
 
 void StandardMidiClockImpl::DoTimerCallbackFromThread(const Run& run) {
