@@ -72,15 +72,18 @@ SongBuilder& SongBuilder::Track(unsigned short id, const std::string& name, unsi
     }
     RequireRange<int>("default program", defaultProgram, 0, 127);
     for (const auto& event : events) {
-        const std::string place = zell::format("event of track %d at tick %u: ", id, event.time);
+        // Said only of what is refused: a text for each event would take longer than all the rest of a song.
+        const auto ofEvent = [&](const char* what) {
+            return zell::format("event of track %d at tick %u: %s", id, event.time, what);
+        };
         if (event.message.status < 0x80 || event.message.status > 0xEF)
-            Refuse((place + "status").c_str(), event.message.status, "allowed are 128 to 239");
+            Refuse(ofEvent("status").c_str(), event.message.status, "allowed are 128 to 239");
         // What the engine ends, it ends on the track's channel.
         if ((event.message.status & 0x0F) != (id & 0x0F))
-            Refuse((place + "channel").c_str(), event.message.status & 0x0F,
+            Refuse(ofEvent("channel").c_str(), event.message.status & 0x0F,
                    zell::format("allowed is the track's, %d", id & 0x0F));
         if (!event.IsValidVoiceEvent())
-            Refuse((place + "data byte").c_str(), std::max(event.message.data1, event.message.data2),
+            Refuse(ofEvent("data byte").c_str(), std::max(event.message.data1, event.message.data2),
                    "allowed are 0 to 127");
     }
     std::ranges::stable_sort(events, {}, &vemo_midi::VoiceEvent::time);
