@@ -83,6 +83,9 @@ public:
     bool WaitUntilNeedsData();
     /// Waits up to one second for the fill; false when the second ran out.
     bool WaitUntilReadyForOutput();
+    /// Playback has ended: whoever waits for output, or is about to, waits no longer.
+    /// Until the next Reset().
+    void AbandonOutput();
 
     /// Notifies notify::names::currentProgramIds of the program changes of this
     /// cycle, under GetMutex(); nothing where there are none.
@@ -97,7 +100,8 @@ protected:
 private:
     std::mutex hasDataMutex_;
     std::condition_variable hasDataCondition_;
-    bool hasData_ = false;  // guarded by hasDataMutex_
+    bool hasData_ = false;            // guarded by hasDataMutex_
+    bool outputIsAbandoned_ = false;  // guarded by hasDataMutex_
 
     // Guarded by mutex_.
     const std::uint8_t portCount_;

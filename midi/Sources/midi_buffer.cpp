@@ -15,6 +15,7 @@ std::uint16_t MidiBuffer::GetPortEventCount(std::uint8_t portIndex) {
 void MidiBuffer::Reset() {
     std::scoped_lock lock(hasDataMutex_, mutex_);
     hasData_ = false;
+    outputIsAbandoned_ = false;
     tickIndex_ = 0;
     isLastBuffer_ = false;
     isFirstBuffer_ = false;
@@ -126,7 +127,13 @@ bool MidiBuffer::WaitUntilNeedsData() {
 bool MidiBuffer::WaitUntilReadyForOutput() {
     std::unique_lock lock(hasDataMutex_);
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-    return hasDataCondition_.wait_until(lock, giveUp, [this] { return hasData_; });
+    return hasDataCondition_.wait_until(lock, giveUp, [this] { return hasData_ || outputIsAbandoned_; }) && hasData_;
+}
+
+void MidiBuffer::AbandonOutput() {
+    std::lock_guard lock(hasDataMutex_);
+    outputIsAbandoned_ = true;
+    hasDataCondition_.notify_all();
 }
 
 void MidiBuffer::SendProgramChanges() {

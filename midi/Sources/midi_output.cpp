@@ -153,6 +153,10 @@ void MidiOutput::DisarmPlayback() {
         std::unique_lock lock(mutex_, std::defer_lock);
         std::lock(waiting, lock);
         playback_ = false;
+        // A clock that waits for its cycle holds the host mutex: it need not wait for
+        // what will not be played.
+        for (const std::shared_ptr<MidiBuffer>& buffer : buffers_)
+            buffer->AbandonOutput();
         // Already here, so that nobody arms the stale ring while this waits.
         buffersNeedPriming_ = true;
         if (!threadManager_.queueIsWaiting_ && !threadManager_.ended_) {
