@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "player/demo/demo_part.h"
+#include "player/demo/demo_score.h"
 
 namespace player {
 
@@ -19,80 +20,6 @@ constexpr int kKick = 36, kSideStick = 37, kSnare = 38, kHat = 42, kOpenHat = 46
               kTriangle = 81;
 constexpr int kModulation = 1, kPan = 10, kExpression = 11;
 
-/// What the parts of a song share, written down in any order like them.
-class Score {
-public:
-    Score(std::string title, std::uint16_t ticksPerQuarter) : title_(std::move(title)), ticks_(ticksPerQuarter) {}
-
-    void Tempo(double at, double quarterNotesPerMinute) {
-        const auto microseconds = static_cast<std::uint32_t>(std::lround(60e6 / quarterNotesPerMinute));
-        Meta_(at, 0x51, {microseconds >> 16, microseconds >> 8 & 0xFF, microseconds & 0xFF});
-    }
-    /// A beat is a 1/2^exponent, and a click one beat.
-    void Meter(double at, unsigned int beats, unsigned int exponent) {
-        Meta_(at, 0x58, {beats, exponent, 96u >> exponent, 8});
-    }
-    void Key(double at, int sharps, bool minor) {
-        Meta_(at, 0x59, {static_cast<unsigned int>(sharps) & 0xFF, minor ? 1u : 0u});
-    }
-    void Marker(double at, std::string text) { metas_.push_back({at, 0x06, std::move(text)}); }
-
-    /// A track for the score and one for each part; the song ends at end.
-    MidiFile Tracks(const std::vector<DemoPart>& parts, double end) {
-        MidiFile file{title_, 1, ticks_, {}};
-        file.tracks.push_back(Track_(title_, metas_, {}, end));
-        for (const DemoPart& part : parts)
-            file.tracks.push_back(Track_(part.Name(), {}, part.Events(), end));
-        return file;
-    }
-
-    /// Everything in one track.
-    MidiFile OneTrack(const std::vector<DemoPart>& parts, double end) {
-        std::vector<DemoPart::Event> all;
-        for (const DemoPart& part : parts)
-            all.insert(all.end(), part.Events().begin(), part.Events().end());
-        return {title_, 0, ticks_, {Track_(title_, metas_, std::move(all), end)}};
-    }
-
-private:
-    struct Meta {
-        double at;
-        std::uint8_t type;
-        std::string payload;
-    };
-
-    void Meta_(double at, std::uint8_t type, std::initializer_list<unsigned int> bytes) {
-        std::string payload;
-        for (const unsigned int byte : bytes)
-            payload += static_cast<char>(byte);
-        metas_.push_back({at, type, std::move(payload)});
-    }
-
-    std::uint32_t Tick_(double at) const { return static_cast<std::uint32_t>(std::lround(at * ticks_)); }
-
-    MidiTrack Track_(const std::string& name, std::vector<Meta> metas, std::vector<DemoPart::Event> events,
-                     double end) const {
-        std::ranges::stable_sort(metas, {}, [&](auto& meta) { return Tick_(meta.at); });
-        std::ranges::stable_sort(events, {}, [&](auto& event) { return std::pair(Tick_(event.at), event.rank); });
-        MidiTrack track;
-        track.AddMeta(0, 0x03, name);
-        auto meta = metas.begin();
-        for (const DemoPart::Event& event : events) {
-            for (; meta != metas.end() && Tick_(meta->at) <= Tick_(event.at); ++meta)
-                track.AddMeta(Tick_(meta->at), meta->type, meta->payload);
-            track.AddMessage(Tick_(event.at), event.status, event.data1, event.data2);
-        }
-        for (; meta != metas.end(); ++meta)
-            track.AddMeta(Tick_(meta->at), meta->type, meta->payload);
-        track.EndAt(Tick_(end));
-        return track;
-    }
-
-    std::string title_;
-    std::uint16_t ticks_;
-    std::vector<Meta> metas_;
-};
-
 /// A swell of the expression controller over so many quarter notes.
 void Swell(DemoPart& part, double at, double length, int from, int to) {
     constexpr int kSteps = 8;
@@ -102,7 +29,7 @@ void Swell(DemoPart& part, double at, double length, int from, int to) {
 
 /// G major, a verse with its last lines a tone higher, and a slowing end.
 MidiFile HarbourLights() {
-    Score score("Harbour Lights", 480);
+    DemoScore score("Harbour Lights", 480);
     score.Meter(0, 4, 2);
     score.Key(0, 1, false);
     score.Tempo(0, 100);
@@ -194,7 +121,7 @@ MidiFile HarbourLights() {
 
 /// A waltz from D minor to D major with a galop in 2/4 at its end, in one track.
 MidiFile AtticWaltz() {
-    Score score("Attic Waltz", 96);
+    DemoScore score("Attic Waltz", 96);
     score.Meter(0, 3, 2);
     score.Key(0, -1, true);
     score.Tempo(0, 156);
@@ -279,7 +206,7 @@ MidiFile AtticWaltz() {
 
 /// A funk groove in E minor with four bars of 7/8 and a last round a tone higher.
 MidiFile SlowFreight() {
-    Score score("Slow Freight", 240);
+    DemoScore score("Slow Freight", 240);
     score.Meter(0, 4, 2);
     score.Key(0, 1, true);
     score.Tempo(0, 108);
