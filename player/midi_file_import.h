@@ -2,6 +2,7 @@
 
 #include "player/imported_song.h"
 #include "player/midi_file.h"
+#include "player/song_additions.h"
 
 namespace player {
 
@@ -27,7 +28,8 @@ namespace player {
 /// Errors:  MidiFileError for what no song can hold: a division of 0 or of an
 ///          unknown frame rate, a tempo of 0, a meter of no beats or of beats
 ///          shorter than 1/64, a song too long for 32-bit ticks or of more than
-///          100,000 beats.
-ImportedSong ImportMidiFile(const MidiFile& file, int songNumber);
+///          100,000 beats. std::invalid_argument for additions that do not fit the
+///          song, of a file that has no such fault.
+ImportedSong ImportMidiFile(const MidiFile& file, int songNumber, const SongAdditions& additions = {});
 
 }  // namespace player

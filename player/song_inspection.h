@@ -13,4 +13,10 @@ namespace player {
 /// Threads: any.
 std::string InspectSong(const ImportedSong& song);
 
+/// How long the song plays from tick 0 to its end by its own tempos and tempo scales:
+/// "3:07.5".
+///
+/// Threads: any.
+std::string LengthOf(const ImportedSong& song);
+
 }  // namespace player

@@ -76,8 +76,8 @@ private:
 
 class Importer {
 public:
-    Importer(const MidiFile& file, int songNumber)
-        : file_(file), songNumber_(songNumber), scale_(file), builder_(scale_.Resolution()) {
+    Importer(const MidiFile& file, int songNumber, const SongAdditions& additions)
+        : file_(file), songNumber_(songNumber), additions_(additions), scale_(file), builder_(scale_.Resolution()) {
         if (file.tracks.empty())
             throw MidiFileError(file.name, 0, "the file has no track");
     }
@@ -93,17 +93,15 @@ public:
             builder_.Marker(tick, text);
         for (int channel = 0; channel < 16; ++channel)
             AddChannel_(channel);
-        const std::string title = Title_();
+        const std::string title = additions_.title.value_or(Title_());
         builder_.Title(songNumber_, title);
+        RequireSong_(endOffset);
+        Add_();
         summary_.fileName = DisplayText(file_.name);
         summary_.format = file_.format;
         summary_.division = scale_.Text();
         summary_.exactTicks = scale_.IsExact();
-        try {
-            return {builder_.BuildSong(), builder_.BuildLog(), title, std::move(summary_)};
-        } catch (const std::invalid_argument& refusal) {  // too many beats, which only the whole song shows
-            throw MidiFileError(file_.name, endOffset, refusal.what());
-        }
+        return {builder_.BuildSong(), builder_.BuildLog(), title, std::move(summary_)};
     }
 
 private:
@@ -120,6 +118,30 @@ private:
             throw MidiFileError(file_.name, last->EndOffset(), "the song is too long for 32-bit ticks");
         builder_.EndAt(std::max(1u, static_cast<unsigned int>(end)));  // a song of no time has one tick
         return last->EndOffset();
+    }
+
+    /// Before the additions, which are not the file's fault.
+    void RequireSong_(std::size_t endOffset) const {
+        try {
+            builder_.BuildLog();
+        } catch (const std::invalid_argument& refusal) {  // too many beats, which only the whole song shows
+            throw MidiFileError(file_.name, endOffset, refusal.what());
+        }
+    }
+
+    void Add_() {
+        if (additions_.start)
+            builder_.StartAt(*additions_.start);
+        for (const auto& scale : additions_.tempoScales)
+            builder_.TempoScale(scale.from, scale.to, scale.value);
+        for (const auto& transposition : additions_.transpositions)
+            builder_.Transpose(transposition.from, transposition.to, transposition.value);
+        for (const auto& click : additions_.clicks)
+            builder_.Click(click.from, click.to, click.value);
+        for (const auto& [tick, text] : additions_.markers)
+            builder_.Marker(tick, text);
+        for (const auto& [tick, number] : additions_.pages)
+            builder_.Page(tick, number);
     }
 
     void ReadTrack_(const MidiTrack& track) {
@@ -238,19 +260,32 @@ private:
         std::ranges::stable_sort(events, {}, &vemo_midi::VoiceEvent::time);
         for (vemo_midi::VoiceEvent& event : events)
             event.time = static_cast<std::uint32_t>(scale_.Scaled(event.time));
+        const auto given = additions_.tracks.find(channel);
+        const SongAdditions::Track addition = given == additions_.tracks.end() ? SongAdditions::Track() : given->second;
         ImportSummary::Channel account;
         account.channel = channel;
-        account.name = names_[static_cast<std::size_t>(channel)];
+        account.name = addition.name.value_or(names_[static_cast<std::size_t>(channel)]);
         if (account.name.empty())
             account.name = zell::format("Channel %d", channel + 1);
         account.events = events.size();
+        if (addition.program)
+            SetFirstProgram_(events, *addition.program);
         std::array<bool, 128> seen{};
         for (const vemo_midi::VoiceEvent& event : events)
             if ((event.message.status & 0xF0) == 0xC0 && !std::exchange(seen[event.message.data1], true))
                 account.programs.push_back(event.message.data1);
-        const std::uint8_t first = account.programs.empty() ? 0 : account.programs.front();
-        builder_.Track(static_cast<unsigned short>(channel), account.name, 0, 127, first, std::move(events));
+        const std::uint8_t first = account.programs.empty() ? addition.program.value_or(0) : account.programs.front();
+        const auto [low, high] = addition.range.value_or(std::pair<std::uint8_t, std::uint8_t>(0, 127));
+        builder_.Track(static_cast<unsigned short>(channel), account.name, low, high, first, std::move(events));
         summary_.channels.push_back(std::move(account));
+    }
+
+    /// Left as it is, the file's own would undo it where the song begins.
+    static void SetFirstProgram_(std::vector<vemo_midi::VoiceEvent>& events, std::uint8_t program) {
+        const auto first =
+            std::ranges::find_if(events, [](const auto& event) { return (event.message.status & 0xF0) == 0xC0; });
+        if (first != events.end())
+            first->message.data1 = program;
     }
 
     std::string Title_() const {
@@ -261,6 +296,7 @@ private:
 
     const MidiFile& file_;
     const int songNumber_;
+    const SongAdditions& additions_;
     const TickScale scale_;
     SongBuilder builder_;
     std::string title_;
@@ -273,8 +309,8 @@ private:
 
 }  // namespace
 
-ImportedSong ImportMidiFile(const MidiFile& file, int songNumber) {
-    return Importer(file, songNumber).Import();
+ImportedSong ImportMidiFile(const MidiFile& file, int songNumber, const SongAdditions& additions) {
+    return Importer(file, songNumber, additions).Import();
 }
 
 }  // namespace player

@@ -25,7 +25,7 @@ public:
         const std::uint32_t bars = timeline_.GetBarsBeats().back().bar();
         Line_("%s", song_.title);
         Line_("  file        %s, format %d", summary.fileName, summary.format);
-        Line_("  length      %s, %s", Counted(bars, "bar", "bars"), Length_());
+        Line_("  length      %s, %s", Counted(bars, "bar", "bars"), LengthOf(song_));
         const std::string resolution = zell::format("%u ticks a quarter note", song_.song.GetResolution());
         Line_("  resolution  %s%s", resolution,
               summary.division == resolution ? "" : " (in the file " + summary.division + ")");
@@ -68,18 +68,6 @@ private:
         return (channel.programs.empty() ? "" : channel.programs.size() == 1 ? ", program " : ", programs ") + text;
     }
 
-    std::string Length_() const {
-        const auto& tempos = timeline_.GetTempos();
-        double seconds = 0;
-        for (auto tempo = tempos.begin(); tempo != tempos.end(); ++tempo) {
-            const std::uint32_t end =
-                tempo + 1 == tempos.end() ? timeline_.GetLastTickIndex() : (tempo + 1)->abs_time();
-            seconds += tempo->tick_time(song_.song.GetResolution()) * (end - tempo->abs_time());
-        }
-        const auto tenths = static_cast<std::uint64_t>(std::llround(seconds * 10));
-        return zell::format("%u:%02u.%u", tenths / 600, tenths / 10 % 60, tenths % 10);
-    }
-
     /// "12:3", and where that is no beat "12:3+40", the ticks since.
     std::string Place_(std::uint32_t tick) const {
         const auto& beats = timeline_.GetBarsBeats();
@@ -117,6 +105,23 @@ private:
 
 std::string InspectSong(const ImportedSong& song) {
     return Inspection(song).Text();
+}
+
+std::string LengthOf(const ImportedSong& song) {
+    const TL::Timeline& timeline = song.song.GetTimeline();
+    const auto& tempos = timeline.GetTempos();
+    double seconds = 0;
+    for (auto tempo = tempos.begin(); tempo != tempos.end(); ++tempo) {
+        const std::uint32_t start = tempo->abs_time();
+        const std::uint32_t end = tempo + 1 == tempos.end() ? timeline.GetLastTickIndex() : (tempo + 1)->abs_time();
+        double ticks = end - start;
+        for (const CL::TempoScale& scale : song.log.GetTempoScales())
+            if (scale.start() < end && scale.end() > start)
+                ticks -= (std::min(end, scale.end()) - std::max(start, scale.start())) * (1 - 1 / scale.value());
+        seconds += tempo->tick_time(song.song.GetResolution()) * ticks;
+    }
+    const auto tenths = static_cast<std::uint64_t>(std::llround(seconds * 10));
+    return zell::format("%u:%02u.%u", tenths / 600, tenths / 10 % 60, tenths % 10);
 }
 
 }  // namespace player
