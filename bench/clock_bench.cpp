@@ -19,6 +19,7 @@
 
 #include "player/playback_feed.h"
 #include "player/playback_host.h"
+#include "player/show.h"
 #include "vemo_core/song_builder.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_output.h"
@@ -76,7 +77,7 @@ constexpr double kOfflineMinutes = 10;
 
 /// Sixteenths and a controller every third clock on every track: about 11 messages
 /// a clock.
-std::shared_ptr<const player::ImportedSong> BusySong(double seconds) {
+std::shared_ptr<const player::Show> BusyShow(double seconds) {
     const auto clocks = static_cast<unsigned>(seconds / kClockSeconds);
     SongBuilder builder(kResolution);
     for (unsigned short id = 0; id < kTracks; ++id) {
@@ -93,8 +94,21 @@ std::shared_ptr<const player::ImportedSong> BusySong(double seconds) {
         builder.Track(id, "track", 0, 127, 0, std::move(events));
     }
     builder.Tempo(0, kTempo).EndAt(clocks * kTicksPerClock);
-    return std::make_shared<const player::ImportedSong>(
+    player::ShowSong song;
+    song.key = "busy";
+    song.song = std::make_shared<const player::ImportedSong>(
         player::ImportedSong{builder.BuildSong(), builder.BuildLog(), "busy", {}});
+    return std::make_shared<const player::Show>(player::ShowDocument(), "", std::vector{song});
+}
+
+void Play(PlaybackHost& host, double seconds) {
+    const auto show = BusyShow(seconds);
+    host.SetShow(show);
+    player::SongToPlay song;
+    song.song = show->GetSongs().front().song;
+    song.key = "busy";
+    host.Load(std::move(song));
+    host.Play(0);
 }
 
 double Milliseconds(std::chrono::nanoseconds time) {
@@ -191,9 +205,8 @@ Times Engine(double seconds) {
     const auto records = feed.Subscribe();
     Ending ending;
     {
-        PlaybackHost host({"", {}, [&](std::uint64_t) { ending.Notify(); }}, feed);
-        host.Load(BusySong(seconds), 1, 0, std::nullopt);
-        host.Play();
+        PlaybackHost host({"", {}, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
+        Play(host, seconds);
         ending.Wait();
         host.FinishSong();
     }
@@ -229,11 +242,9 @@ void MeasureOneClock() {
         start = Steady::now();
     };
     {
-        PlaybackHost host({"", hook, [&](std::uint64_t) { ending.Notify(); }}, feed);
+        PlaybackHost host({"", hook, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
         playing = &host;
-        host.Load(BusySong(static_cast<double>(kWarmUpClocks + kMeasuredClocks + 100) * kClockSeconds), 1, 0,
-                  std::nullopt);
-        host.Play();
+        Play(host, static_cast<double>(kWarmUpClocks + kMeasuredClocks + 100) * kClockSeconds);
         ending.Wait();
         host.FinishSong();
     }
@@ -249,13 +260,12 @@ double OfflineSpeed() {
     PlaybackFeed feed;
     Ending ending;
     PlaybackHost* playing = nullptr;
-    PlaybackHost host({"", [&] { playing->WaitForFills(1, 5s); }, [&](std::uint64_t) { ending.Notify(); }}, feed);
+    PlaybackHost host({"", [&] { playing->WaitForFills(1, 5s); }, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
     playing = &host;
     Layer::Instance().SetDelivery(win32_layer::Delivery::kInline);
     Layer::Instance().SetTimeSource([&] { return playing->GetTime(); });
-    host.Load(BusySong(kOfflineMinutes * 60), 1, 0, std::nullopt);
     const auto start = Steady::now();
-    host.Play();
+    Play(host, kOfflineMinutes * 60);
     ending.Wait();
     const auto spent = Steady::now() - start;
     host.FinishSong();

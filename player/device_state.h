@@ -33,6 +33,9 @@ public:
     std::uint8_t GetController(int channel, int controller) const { return controllers_[Index(channel, controller)]; }
     std::uint8_t GetProgram(int channel) const { return programs_[static_cast<std::size_t>(channel)]; }
 
+    /// Every controller, the program and the bend of the channel that were ever sent.
+    void AppendState(int channel, std::vector<vemo_midi::VoiceEvent>& events) const;
+
     /// One note-off for every note that sounds on the channel.
     void AppendNoteOffs(int channel, std::vector<vemo_midi::VoiceEvent>& events) const;
     /// Pedals that hold notes, up, where they are down.
@@ -44,6 +47,7 @@ private:
     std::array<std::uint8_t, kChannels * 128> notes_{};
     std::array<std::uint8_t, kChannels * 128> controllers_;
     std::array<std::uint8_t, kChannels> programs_;
+    std::array<std_midi::VoiceMessage, kChannels> bends_{};  // status 0 until one was sent
 };
 
 }  // namespace player

@@ -9,8 +9,10 @@
 #include "midi/win32/device_diagnostics.h"
 #include "player/midi_file_import.h"
 #include "player/midi_file_reader.h"
+#include "player/operator_commands.h"
 #include "player/output_devices.h"
 #include "player/play_options.h"
+#include "player/show_commands.h"
 #include "player/song_inspection.h"
 
 namespace {
@@ -35,6 +37,20 @@ int ListDevices() {
     const player::OutputDevices devices;
     std::cout << CreateMidiDeviceSummary() << '\n';
     return 0;
+}
+
+/// A show that somebody sits before, and not a run whose course is given.
+bool IsForScreen(const player::PlayOptions& options) {
+    const bool isShow = options.files.size() == 1 && options.files.front().ends_with(".json");
+    return isShow && player::HasTerminal() && options.serveAt.empty() && !options.offline && !options.json &&
+           options.script.empty() && options.recordTo.empty();
+}
+
+std::string Joined(const std::vector<std::string>& words) {
+    std::string line;
+    for (const std::string& word : words)
+        line += (line.empty() ? "" : " ") + word;
+    return line;
 }
 
 }  // namespace
@@ -62,11 +78,37 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1, 999'999));
     play.add_option("--to", options.toBar, "Stop before this bar (single file)")->check(CLI::Range(1, 999'999));
     play.add_flag("--json", options.json, "Report the position as JSON, one object a line");
+    play.add_flag("--resume", options.resume, "A show file: come back, stopped, to where it was");
+    play.add_flag("--allow-outside", options.allowOutside, "A show file's songs may lie outside its folder");
     play.add_option("--script", options.script, "Carry out the timed commands of this file: at BAR:BEAT COMMAND");
+
+    std::string socket;
+    play.add_option("--serve", options.serveAt,
+                    "Stand ready at the first song and obey at a control socket with this path")
+        ->excludes("--offline");
+    play.add_option("--socket", socket, "Where a show in a terminal listens (see: attach)");
+
+    CLI::App& attach = *program.add_subcommand("attach", "Show the screen of a show that is running.");
+    attach.add_option("SOCKET", socket, "Where the player listens; the same place as for play where it is left out");
+    std::vector<std::string> words;
+    CLI::App& send = *program.add_subcommand("send", "Send one command to a show that is running.");
+    send.add_option("--socket", socket, "Where the player listens");
+    send.add_option("COMMAND", words, "The command, as: locate 12:1 (all of them: send commands)")->required();
 
     std::vector<std::string> inspected;
     CLI::App& inspect = *program.add_subcommand("inspect", "Say what files hold.");
     inspect.add_option("FILE", inspected, "Standard MIDI files")->required();
+    std::string showFile;
+    std::vector<std::string> showSongs;
+    bool overwrite = false;
+    bool allowOutside = false;
+    CLI::App& newShow = *program.add_subcommand("new", "Write a show file for these songs.");
+    newShow.add_option("SHOW", showFile, "The show file to write")->required();
+    newShow.add_option("FILE", showSongs, "Standard MIDI files, each a song")->required();
+    newShow.add_flag("--overwrite", overwrite, "Replace a show file that is there already");
+    CLI::App& verify = *program.add_subcommand("verify", "Name every fault of a show file and its songs.");
+    verify.add_option("SHOW", showFile, "The show file")->required();
+    verify.add_flag("--allow-outside", allowOutside, "Take songs from elsewhere than below the show's folder");
     CLI::App& devices = *program.add_subcommand("devices", "List the MIDI outputs.");
 
     try {
@@ -75,10 +117,20 @@ int main(int argc, char** argv) {
         return program.exit(error) == 0 ? 0 : kUsageStatus;
     }
     try {
+        if (play.parsed() && IsForScreen(options))
+            return player::PlayOnScreen({argv, argv + argc}, socket);
         if (play.parsed())
             return player::Play(options);
+        if (attach.parsed())
+            return player::Attach(socket);
+        if (send.parsed())
+            return player::SendOneCommand(socket, Joined(words));
         if (inspect.parsed())
             return Inspect(inspected);
+        if (newShow.parsed())
+            return player::NewShow(showFile, showSongs, overwrite);
+        if (verify.parsed())
+            return player::VerifyShow(showFile, allowOutside);
         if (devices.parsed())
             return ListDevices();
     } catch (const std::exception& error) {

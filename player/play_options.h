@@ -19,6 +19,10 @@ struct PlayOptions {
     std::optional<int> toBar;
     bool json = false;
     std::string script;
+    bool resume = false;        // a show file: come back, stopped, to where it was
+    bool allowOutside = false;  // its songs may lie outside its folder
+    /// The path of a control socket: an operator steers, and nothing plays by itself.
+    std::string serveAt;
 };
 
 /// Plays the files one after another and returns the exit status: 0; 1 for a run

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -36,11 +37,16 @@ public:
         explicit Subscription(Lag lag);
         /// Waits for the next record; nothing once the feed is closed and empty.
         std::optional<PlaybackRecord> Next();
+        /// The same, but waits no longer than atMost, which may be 0.
+        std::optional<PlaybackRecord> Next(std::chrono::milliseconds atMost);
+        /// Closed, and nothing is left.
+        bool IsOver() const;
         std::uint64_t GetDropped() const;
 
     private:
         friend class PlaybackFeed;
         void Push(const PlaybackRecord& record);
+        std::optional<PlaybackRecord> Pop();  // under mutex_
         void Close();
 
         const Lag lag_;

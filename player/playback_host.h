@@ -1,28 +1,28 @@
 #pragma once
 
-#include <array>
-#include <bitset>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "midi/how_to_play.h"
-#include "midi/how_to_play_with_midi_clock.h"
 #include "midi/midi_buffer.h"
-#include "midi/quorvel_midi_stream.h"
 #include "midi/standard_midi_clock.h"
 #include "midi/user_controls.h"
 #include "midi/win32/midi_output_win32.h"
+#include "player/cycle_filler.h"
 #include "player/device_state.h"
-#include "player/imported_song.h"
+#include "player/loaded_song.h"
 #include "player/playback_feed.h"
+#include "player/show.h"
+#include "player/show_streams.h"
 
 namespace player {
 
@@ -32,12 +32,13 @@ namespace player {
 ///
 /// Owner:   the program. The feed, and what the settings' functions use, outlive
 ///          it. Not destroyed by one of its own callbacks.
-/// Threads: Load() to Panic() on one thread, the transport's; the rest on any.
+/// Threads: SetShow() to Resend() on one thread, the transport's; the rest on any.
 /// Lock:    the host mutex (held once around every transport call into the engine),
 ///          then the output's and a buffer's, then songMutex_. songMutex_ is never
 ///          held while the output is called or waited for, nor while the clock is
 ///          called.
-/// Units:   ticks of the loaded song; tracks are MIDI channels 0..15 of port 0.
+/// Units:   ticks of the loaded song; tracks are MIDI channels 0..15 of port 0;
+///          programs 0..127; trims in percent.
 /// Errors:  what the engine throws passes (MidiDeviceUnavailable from the
 ///          constructor); std::logic_error for a call that the state forbids.
 ///          What a fill throws ends the song: GetFault() tells.
@@ -50,9 +51,12 @@ public:
         /// the clock's thread, with the next cycle filled (or nothing left to wait
         /// for), and may steer meanwhile.
         std::function<void()> beforeVirtualClock;
-        /// Playback of an arming ended by itself. On a thread of the engine's, no
-        /// lock held; must only post.
+        /// Playback of an arming ended by itself, at a pause of the song or at its
+        /// end. On a thread of the engine's, no lock held; must only post.
         std::function<void(std::uint64_t arming)> stopped;
+        /// The music went on to the song of that plan. On the clock's thread, with the
+        /// host mutex held; must only post.
+        std::function<void(std::uint64_t token)> wentOn;
     };
 
     PlaybackHost(const Settings& settings, PlaybackFeed& feed);
@@ -60,29 +64,51 @@ public:
     PlaybackHost(const PlaybackHost&) = delete;
     PlaybackHost& operator=(const PlaybackHost&) = delete;
 
-    /// Stops, and stands at startTick of the song, rounded down to a clock. What
-    /// lies at or after endTick (if any) will not be played. songNumber counts the
-    /// songs of the run from 1.
-    void Load(std::shared_ptr<const ImportedSong> song, unsigned int songNumber, std::uint32_t startTick,
-              std::optional<std::uint32_t> endTick);
-    /// Goes on from where it stands; returns the number of the arming.
-    std::uint64_t Play();
-    /// Stops after the current clock and ends every note.
+    /// Stops, and begins to build the show's songs. No song is loaded afterwards.
+    void SetShow(std::shared_ptr<const Show> show);
+    /// Stops, waits until the song is built, and stands at its start.
+    void Load(SongToPlay song);
+    /// What the loaded song leads into at once, from the next clock after its last;
+    /// empty: nothing.
+    void Follow(std::optional<SongToPlay> next);
+    /// Goes on from where it stands, after so many bars of clicks; returns the
+    /// number of the arming. After a pause of the song, notes that ring sound on.
+    std::uint64_t Play(int countInBars);
+    /// Stops after the current clock and ends every note. Has stopped also where the
+    /// device refused what ends the notes, and that is thrown.
     void Stop();
     /// Goes on at another place, playing if it was playing (then the new arming's
     /// number). Notes held at both places sound on.
     std::optional<std::uint64_t> Locate(std::uint32_t tick);
     /// The song of an arming has ended by itself: ends what still sounds.
     void FinishSong();
+    /// The song of an arming has reached a pause: what rings is left alone.
+    void FinishAtPause();
     void SetMuted(int channel, bool muted);
+    void SetTrim(int channel, int trim);
+    /// Sends the program, and keeps the song's own ones back.
+    void SetProgram(int channel, int program);
+    /// Back to the song's own programs.
+    void FollowPrograms();
+    void SetClickIsMuted(bool muted);
+    void IncreaseGuiDelay() { output_->IncreaseGuiDelay(); }
+    void DecreaseGuiDelay() { output_->DecreaseGuiDelay(); }
+    /// Gives a device that has lost its state the whole of it again.
+    void Resend();
+
     /// Silences the device at once: all notes off, every sounding note's own
-    /// note-off, pedals up and all sound off on every channel. Playing goes on.
+    /// note-off, pedals up and all sound off on every channel. Playing goes on. Any
+    /// thread; waits for nothing but a message on its way.
     void Panic();
 
     UserControls& GetUserControls() { return userControls_; }
     bool IsPlaying() const;
+    /// Clicks before the music.
+    bool IsCountingIn() const;
+    /// Stands at a pause of the song with its notes ringing.
+    bool IsAtPause() const;
     std::uint64_t GetArming() const;
-    /// Of the loaded song, as given to Load().
+    /// Of the song that is heard, as given in its plan.
     unsigned int GetSongNumber() const;
     /// Where the next clock falls.
     std::uint32_t GetTick() const;
@@ -90,6 +116,9 @@ public:
     std::string GetFault() const;
     /// Clocks played since construction.
     std::uint64_t GetPlayedClocks() const;
+    int GetGuiDelayMilliseconds() const { return *guiDelayMilliseconds_; }
+    /// How many of the show's songs are built, and how many there are.
+    std::pair<std::size_t, std::size_t> GetLoadProgress() const;
     /// Time of the host's clock: virtual or steady.
     std::chrono::nanoseconds GetTime() const;
     /// Waits until cycles (at most 4) unplayed cycles are filled, or no more will
@@ -97,31 +126,6 @@ public:
     bool WaitForFills(int cycles, std::chrono::milliseconds atMost) const;
 
 private:
-    /// How the first cycle after a start makes the device hold what the song wants.
-    enum class Start {
-        kCold,            // nothing was ever sent: the whole state
-        kFresh,           // nothing sounds: the whole state
-        kAfterSeek,       // compare with what sounds
-        kTransposedSeek,  // end what sounds, transposed as it was; then the whole state
-        kRunning          // no start
-    };
-    struct FilledCycle {
-        std::uint32_t tick = 0;
-        signed char transposition = 0;
-        std::vector<std_midi::VoiceMessage> messages;
-    };
-    struct Sounding {
-        std::uint32_t tick = 0;  // the first tick not played
-        signed char transposition = 0;
-    };
-    // What the song holds at the place where playing starts.
-    struct HeldState {
-        std::array<std::bitset<128>, DeviceState::kChannels> notes;
-        std::array<std::bitset<128>, DeviceState::kChannels> controllers;
-    };
-    // The ring's four cycles, and what the clock has not yet reported.
-    static constexpr std::uint64_t kRememberedCycles = 8;
-
     // Callbacks of the output.
     void FillBuffer(MidiBuffer& buffer);
     void ClockIsActive();
@@ -129,26 +133,27 @@ private:
     void Stopped();
 
     // Under songMutex_.
-    void FillCycle(MidiBuffer& buffer);
-    void EnqueueSong(MidiBuffer& buffer, std::uint32_t endTick, FilledCycle& cycle);
-    void CompleteStart(MidiBuffer& buffer, FilledCycle& cycle);
-    void SilenceMutedChannels(MidiBuffer& buffer, FilledCycle& cycle);
-    void Append(MidiBuffer& buffer, FilledCycle& cycle, const vemo_midi::VoiceEvent& event);
-    void PrepareStart(std::uint32_t tick);
-    HeldState FindHeldState(std::uint32_t tick);
-    signed char FillTransposition();
-    PlaybackRecord MakeRecord(PlaybackRecord::Kind kind);
-    void PublishSongStart();
+    PlaybackRecord MakeRecord(PlaybackRecord::Kind kind, int transposition);
+    void CountInPlayed(const CycleFiller::Cycle& cycle, std::unique_lock<std::mutex>& lock);
+    void GoOnTo(const std::shared_ptr<LoadedSong>& song, std::unique_lock<std::mutex>& lock);
+    void PublishSong();
+    /// What is filled next is of the song that is heard.
+    bool FillsHeardSong() const { return filler_.GetSong() == song_; }
+    void ResumeFromPause(std::uint32_t tick, double& clockTime, int& clocksPerClick);
+    std::uint32_t Place() const;
 
-    std::uint64_t StartAt(std::uint32_t tick);
+    std::uint64_t StartAt(std::uint32_t tick, int countInBars);
     void Disarm();
     void EndNotes();
+    void SendEndings(const std::vector<vemo_midi::VoiceEvent>& events);
     void SendOwnEvents(const std::vector<vemo_midi::VoiceEvent>& events);
+    void RequireSong() const;
 
     PlaybackFeed& feed_;
     const std::function<void()> beforeVirtualClock_;
     const std::function<void(std::uint64_t)> stopped_;
-    const std::shared_ptr<MidiBuffer> scratchBuffer_;
+    const std::function<void(std::uint64_t)> wentOn_;
+    const std::shared_ptr<std::atomic<int>> guiDelayMilliseconds_;
 
     mutable std::recursive_mutex hostMutex_;
     UserControls userControls_;
@@ -166,43 +171,25 @@ private:
     mutable std::mutex songMutex_;
     mutable std::condition_variable filled_;
     // Guarded by songMutex_ to the end of the list.
-    HowToPlay fillTracker_;               // ahead of the music
-    HowToPlayWithMidiClock playTracker_;  // at the cycle that is played next
-    std::shared_ptr<const ImportedSong> song_;
-    std::unique_ptr<QuorvelMidiStream> stream_;
-    unsigned int songNumber_ = 0;
-    std::uint32_t ticksPerClock_ = 1;
-    std::uint32_t endTick_ = 0;    // exclusive
-    std::uint32_t startTick_ = 0;  // where the next start or the running arming began
-    std::uint32_t fillTick_ = 0;
-    std::uint32_t enqueuedTick_ = 0;
-    bool portWasFull_ = false;
-    bool lastIsFilled_ = false;
-    bool wantsCycles_ = false;
+    std::unique_ptr<ShowStreams> streams_;
+    CycleFiller filler_;
+    std::shared_ptr<LoadedSong> song_;     // that is heard
+    std::shared_ptr<LoadedSong> follow_;   // what it leads into
+    std::shared_ptr<LoadedSong> retired_;  // is not destroyed on the clock's thread
+    std::uint32_t startTick_ = 0;          // where the next start or the running arming began
     bool deviceIsFresh_ = true;
-    Start start_ = Start::kCold;
-    signed char previousTransposition_ = 0;
-    bool seekBeforeFill_ = false;
-    std::optional<Sounding> sounding_;
+    std::optional<CycleFiller::Sounding> sounding_;
     bool playedSinceArming_ = false;
+    bool isCountingIn_ = false;
+    bool isAtPause_ = false;
     bool panicked_ = false;  // since the start: what should sound on may not sound
-    HeldState endedAtStart_;
-    HeldState heldAtStart_;
-    std::array<FilledCycle, kRememberedCycles> cycles_;
-    std::uint64_t filledCount_ = 0;
-    std::uint64_t playedCount_ = 0;
-    std::uint64_t playedBefore_ = 0;  // in earlier armings
-    DeviceState filledState_;
+    std::uint64_t playedClocks_ = 0;
     DeviceState playedState_;
-    std::set<unsigned short> mutedTracks_;
-    std::set<unsigned short> pendingUnmutes_;
-    std::set<unsigned short> channelsToSilence_;
     double sentClockTime_ = 0;
     std::chrono::nanoseconds songStartTime_{0};
     bool hasSongStartTime_ = false;
     bool songStarted_ = false;
     std::string fault_;
-    std::vector<vemo_midi::VoiceEvent> noteOffs_;
 
     std::shared_ptr<MidiBuffer> ownBuffer_;
     std::unique_ptr<MidiOutputWin32> output_;

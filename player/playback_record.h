@@ -12,6 +12,7 @@ struct PlaybackRecord {
     enum class Kind {
         kSong,      // a song begins; published before its first clock
         kClock,     // one cycle was played
+        kCountIn,   // one clock of a count-in was played; the place is where the music will start
         kDownbeat,  // the click at this tick has now been heard; only the tick counts
         kEnd        // a song has ended
     };
@@ -33,6 +34,10 @@ struct PlaybackRecord {
     int keySharps = 0;
     bool keyMinor = false;
     int transposition = 0;
+    unsigned int page = 1;
+    int countInClocks = 0;  // of kCountIn: clocks until the music, with this one
+    int countInClocksPerBar = 0;
+    int displayDelayMilliseconds = 0;  // how much later than its clock it is heard
     bool hasMarker = false;
     std::uint32_t markerTick = 0;
 };

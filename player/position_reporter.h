@@ -4,15 +4,15 @@
 #include <memory>
 #include <string>
 
+#include "player/current_show.h"
 #include "player/playback_feed.h"
-#include "player/song_source.h"
 
 namespace player {
 
 /// Turns playback records into what a reader of the position wants to know: songs,
 /// clicks, and changes of tempo, meter, key and marker.
 ///
-/// Owner:   one reader of the feed; the songs outlive it.
+/// Owner:   one reader of the feed; the show outlives it.
 /// Threads: one at a time.
 class PositionReporter {
 public:
@@ -36,13 +36,13 @@ public:
         std::string AsText() const;
     };
 
-    PositionReporter(const SongSource& songs, std::function<void(const Event&)> receiver);
+    PositionReporter(const CurrentShow& show, std::function<void(const Event&)> receiver);
     void Take(const PlaybackRecord& record);
 
 private:
     void Report(const char* name);
 
-    const SongSource& songs_;
+    const CurrentShow& show_;
     const std::function<void(const Event&)> receiver_;
     std::shared_ptr<const ImportedSong> song_;
     Event now_;

@@ -2,14 +2,15 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 
+#include "player/current_show.h"
 #include "player/playback_feed.h"
 #include "player/position_reporter.h"
-#include "player/song_source.h"
 
 namespace player {
 
@@ -17,7 +18,7 @@ namespace player {
 /// never waits for: as JSON, one object a line, or as one line for a person that
 /// follows what is heard.
 ///
-/// Owner:   the program; the songs outlive it. Standard output may block for ever:
+/// Owner:   the program; the show outlives it. Standard output may block for ever:
 ///          then Finish() says so, and the process must be left without running
 ///          destructors.
 /// Threads: one of its own.
@@ -25,11 +26,11 @@ class PositionWriter {
 public:
     enum class Form {
         kJson,
-        kLine  // follows the delayed downbeats; in virtual time, songs and markers alone
+        kLine  // follows what is heard; in virtual time, songs and markers alone
     };
     enum class Time { kReal, kVirtual };
 
-    PositionWriter(Form form, Time time, const SongSource& songs, PlaybackFeed& feed);
+    PositionWriter(Form form, Time time, const CurrentShow& show, PlaybackFeed& feed);
     ~PositionWriter();
     PositionWriter(const PositionWriter&) = delete;
     PositionWriter& operator=(const PositionWriter&) = delete;
@@ -40,15 +41,17 @@ public:
 
 private:
     void Run();
-    void Take(const PlaybackRecord& record, PositionReporter& reporter);
+    void FollowRecords(PositionReporter& reporter);
+    void FollowWhatIsHeard(PositionReporter& reporter);
+    void ShowHeard(const PlaybackRecord& record, PositionReporter& reporter);
     void Show(const PositionReporter::Event& event);
+    void ShowLine(std::string line);
     void Write(const std::string& text);
 
     const Form form_;
     const bool isOffline_;
-    const SongSource& songs_;
+    const CurrentShow& show_;
     const std::shared_ptr<PlaybackFeed::Subscription> records_;
-    std::deque<PlaybackRecord> clicks_;  // played, and not yet heard
     bool lineIsOpen_ = false;
     bool isBroken_ = false;
 

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <future>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,45 +16,28 @@
 #include <thread>
 #include <vector>
 
+#include "player/current_show.h"
 #include "player/playback_feed.h"
 #include "player/playback_host.h"
-#include "player/song_source.h"
+#include "player/show_state.h"
 #include "player/transport_command.h"
+#include "player/transport_snapshot.h"
 
 namespace player {
-
-/// What the transport knows at one moment. Immutable and numbered: a higher number
-/// is later.
-struct TransportSnapshot {
-    struct Track {
-        int channel = 1;  // 1..16
-        std::string name;
-        int program = 1;  // 1..128
-        bool muted = false;
-    };
-
-    std::uint64_t number = 0;
-    TransportState state = TransportState::kEmpty;
-    unsigned int song = 0;  // from 1; 0: none
-    std::string title;
-    std::uint32_t tick = 0;  // where it stands; while playing, where it started
-    double tempoScale = 1;
-    int transposition = 0;
-    std::vector<Track> tracks;
-    std::vector<std::string> messages;  // the latest, oldest first
-};
 
 /// How a command went.
 struct CommandAnswer {
     bool done = false;
-    std::string message;  // why not, or what there is to say
+    std::string message;       // why not, or what there is to say
+    std::uint64_t number = 0;  // in the order of carrying out; 0: not queued
 };
 
-/// Carries commands out, one after another, on a thread of its own; and goes from
-/// song to song.
+/// Carries commands out, one after another, on a thread of its own; and goes
+/// through the set list.
 ///
-/// Owner:   the program; it owns the host. Songs and feed outlive it.
-/// Threads: any may post. Commands, and the host, run on the transport's thread.
+/// Owner:   the program; it owns the host. The current show and the feed outlive it.
+/// Threads: any may post. Commands, and the host, run on the transport's thread,
+///          but for the panic, which is carried out at once where it is posted.
 ///          Every command is answered exactly once, also at destruction.
 /// Lock:    mutex_, a leaf, not held while a command runs.
 /// Errors:  a command never throws: its answer says what went wrong. A failure of
@@ -60,18 +46,25 @@ class Transport {
 public:
     struct Settings {
         std::string output;
+        std::shared_ptr<const Show> show;
         double tempoScale = 1;
         int transposition = 0;
-        std::set<int> mutedChannels;  // 0..15
+        bool holds = false;
+        std::set<int> mutedChannels;  // 0..15, beside those of the show
         std::optional<BarBeat> from;  // of the first song
         std::optional<int> toBar;     // of the first song
+        /// Nobody presses keys: goes on by itself at pauses and between songs.
+        bool goesOn = false;
+        /// Of shows opened later: whether their songs may lie outside their folder.
+        bool allowOutside = false;
+        std::optional<ShowState> resume;
         /// Virtual time: runs on the clock's thread before every clock, and may
         /// post commands and wait for their answers.
         std::function<void()> beforeVirtualClock;
     };
 
     /// MidiDeviceUnavailable where the output cannot be opened.
-    Transport(const Settings& settings, const SongSource& songs, PlaybackFeed& feed);
+    Transport(const Settings& settings, CurrentShow& currentShow, PlaybackFeed& feed);
     ~Transport();
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
@@ -79,6 +72,10 @@ public:
     std::future<CommandAnswer> Post(const TransportCommand& command);
     /// Breaks off: state fault, with the reason among the messages.
     void PostFault(const std::string& reason);
+    /// The same, unless it no longer plays or has played more than so many clocks.
+    void PostSilence(const std::string& reason, std::uint64_t playedClocks);
+    /// Something that the operator should read.
+    void PostMessage(const std::string& text);
 
     std::shared_ptr<const TransportSnapshot> GetSnapshot() const;
     /// Waits until the snapshot's number exceeds number or the time has passed.
@@ -87,23 +84,78 @@ public:
     const PlaybackHost& GetHost() const { return host_; }
 
 private:
+    using Entry = TransportSnapshot::Entry;
+    /// What the host was told to go on to.
+    struct Followed {
+        std::uint64_t token = 0;
+        std::uint64_t entry = 0;  // its id
+        std::size_t song = 0;
+    };
     struct Request {
         std::function<CommandAnswer()> run;
         std::promise<CommandAnswer> answer;
     };
 
     void Run();
+    std::future<CommandAnswer> PostShow(const std::string& path);
     std::future<CommandAnswer> Enqueue(std::function<CommandAnswer()> run);
     CommandAnswer Execute(const TransportCommand& command);
-    void LoadSong(std::size_t index, std::uint32_t startTick, std::optional<std::uint32_t> endTick);
-    void SongStopped(std::uint64_t arming);
+    CommandAnswer ExecuteSteering(const TransportCommand& command);
+    CommandAnswer ExecuteInShow(const TransportCommand& command);
+
+    void OpenShow(std::shared_ptr<const Show> show);
+    void Resume(const ShowState& state);
+    CommandAnswer SwitchToShow(std::shared_ptr<const Show> show);
+    CommandAnswer SelectSong(const std::string& name);
+    CommandAnswer GoToEntry(bool forward);
+    CommandAnswer EditSetList(const TransportCommand& command);
+    CommandAnswer Save();
+
+    CommandAnswer Start();
+    CommandAnswer StopMusic();
+    CommandAnswer PauseMusic();
+    CommandAnswer LocateTo(std::uint32_t tick);
+    CommandAnswer LocateMarker(bool forward);
+    CommandAnswer LocateMeasure(bool forward);
     CommandAnswer Mute(int channel, bool muted);
+    CommandAnswer MuteGroup(int number, bool muted);
+    CommandAnswer UnmuteAll();
+    CommandAnswer Trim(int channel, int trim);
+    CommandAnswer ChooseProgram(int channel, int program);
+    CommandAnswer ChoosePatch(bool forward);
+    CommandAnswer StepTempo(bool faster);
+    CommandAnswer StepTransposition(int semitones);
+
+    SongToPlay PlanOf(std::size_t index) const;
+    std::set<int> StartMutes() const;
+    std::set<int> MutesOfNextSong() const;
+    std::set<unsigned short> MutedTracks(std::size_t index, const std::set<int>& channels) const;
+    void LoadSong(std::size_t index, std::optional<std::size_t> entry);
+    void LoadSong(std::size_t index, std::optional<std::size_t> entry, const std::set<int>& mutes);
+    void UpdateNext();
+    std::optional<std::size_t> NextPlayable(std::optional<std::size_t> entry, bool forward) const;
+    std::size_t FindSong(const std::string& name) const;
+    std::optional<std::size_t> IndexOf(const std::string& key) const;
+    const ShowSong& CurrentSong() const;
+    bool SongHasChannel(int channel) const;
+    int TrimOf(int channel) const;
+    void SetTempoScale(double scale);
+    void SetTransposition(int semitones);
+    std::string StopHost();
+    void StopIfSounding();
+
+    void SongStopped(std::uint64_t arming);
+    void WentOn(std::uint64_t token);
     void Fail(const std::string& reason);
+    void Say(const std::string& text);
     void PublishEnd();
     void PublishSnapshot();
+    void DescribeSong(TransportSnapshot& snapshot) const;
 
-    const SongSource& songs_;
+    CurrentShow& currentShow_;
     PlaybackFeed& feed_;
+    const bool goesOn_;
+    const bool allowOutside_;
 
     mutable std::mutex mutex_;
     std::condition_variable posted_;
@@ -115,15 +167,35 @@ private:
 
     // The transport thread's own.
     TransportState state_ = TransportState::kEmpty;
-    std::size_t songIndex_ = 0;
-    std::shared_ptr<const ImportedSong> song_;
-    std::set<int> mutedChannels_;
+    std::shared_ptr<const Show> show_;
+    std::vector<Entry> setList_;
+    std::optional<std::size_t> entry_;
+    std::optional<std::size_t> song_;                     // in the show
+    const std::set<int> alwaysMuted_;                     // 0..15
+    std::optional<int> toBar_;                            // of the song that is loaded first
+    std::set<int> mutes_;                                 // 0..15
+    std::map<int, int> trims_;                            // by channel 0..15
+    std::map<std::string, std::map<int, int>> programs_;  // by song key and channel 0..15; 0..127
+    std::map<std::string, bool> clickMutes_;              // by song key
+    std::optional<std::size_t> patch_;
+    bool holds_ = false;
+    double tempoScale_ = 1;
+    int transposition_ = 0;
     std::uint64_t arming_ = 0;
+    std::uint64_t entryIds_ = 0;
+    std::uint64_t plans_ = 0;
+    std::deque<Followed> followed_;  // the latest, oldest first
+    bool isStarting_ = true;
+    bool pausedInCountIn_ = false;
     std::uint64_t snapshotNumber_ = 0;
-    std::deque<std::string> messages_;
+    std::uint64_t messageNumber_ = 0;
+    std::uint64_t carriedOut_ = 0;
+    std::deque<TransportSnapshot::Message> messages_;
 
     PlaybackHost host_;
     std::thread thread_;
+    std::mutex readersMutex_;
+    std::vector<std::thread> readers_;  // of show files; guarded by readersMutex_
 };
 
 /// The tick of a bar and beat of a song. std::invalid_argument with one line where

@@ -5,52 +5,115 @@
 #include <string_view>
 #include <vector>
 
+#include "player/bar_beat.h"
+
 namespace player {
 
 /// What the transport is doing.
 enum class TransportState {
     kEmpty,    // no song
     kStopped,  // a song stands ready
+    kWaiting,  // the next song of the set list stands ready and starts on one key
     kPlaying,
-    kEnded,  // the last song is over
-    kFault   // playing broke down; see the messages
+    kPaused,  // by the operator, or at a pause of the song with its notes ringing
+    kEnded,   // the last song is over
+    kFault    // playing broke down; see the messages
 };
 std::string_view NameOf(TransportState state);
 
-enum class CommandKind { kLoad, kPlay, kStop, kLocate, kTempo, kTranspose, kMute, kUnmute, kPanic };
+enum class CommandKind {
+    kLoadShow,
+    kSelect,
+    kPlay,
+    kStop,
+    kPause,
+    kContinue,
+    kNextSong,
+    kPreviousSong,
+    kNextMarker,
+    kPreviousMarker,
+    kNextMeasure,
+    kPreviousMeasure,
+    kNextPatch,
+    kPreviousPatch,
+    kLocate,
+    kTempoUp,
+    kTempoDown,
+    kTempoReset,
+    kTempo,
+    kTransposeUp,
+    kTransposeDown,
+    kTransposeReset,
+    kTranspose,
+    kHold,
+    kMuteGroup,
+    kUnmuteGroup,
+    kUnmuteAll,
+    kMute,
+    kUnmute,
+    kTrimUp,
+    kTrimDown,
+    kTrim,
+    kProgram,
+    kFollowPrograms,
+    kGuiDelayUp,
+    kGuiDelayDown,
+    kClick,
+    kResend,
+    kPanic,
+    kSave,
+    kSkip,
+    kMove,
+    kInsert,
+    kConduct
+};
+
+/// One argument of a command.
+enum class ArgumentKind {
+    kPath,      // the rest of the line
+    kSong,      // a song's number in the show, or its key
+    kBarBeat,   // BAR[:BEAT]
+    kFactor,    // 0.5 to 2
+    kInterval,  // semitones, -12 to 12
+    kGroup,     // 1 to 255
+    kChannel,   // 1 to 16
+    kTrim,      // percent, 0 to 127
+    kProgram,   // 1 to 128
+    kPlace,     // in the set list, from 1
+    kSwitch     // on or off
+};
 
 /// One thing that an operator, a script or a pedal can ask for.
 struct CommandRow {
     CommandKind kind;
     std::string_view name;
-    std::string_view arguments;  // for the operator: "BAR[:BEAT]"
+    std::vector<ArgumentKind> arguments;
     std::vector<TransportState> allowedIn;
     std::string_view description;
+
+    /// "trim C PERCENT"
+    std::string Usage() const;
 };
 
-/// The one table of commands: options, keys, scripts and pedals all go through it.
+/// The one table of commands: options, keys, scripts, sockets and pedals all go
+/// through it.
 std::span<const CommandRow> CommandTable();
+const CommandRow& RowOf(CommandKind kind);
 
 /// A command with its arguments understood and in range.
 ///
-/// Units: song from 1; bar and beat from 1; channel 1..16; a factor of 0.5 to 2;
-///        semitones -12..12.
+/// Units: as in ArgumentKind.
 struct TransportCommand {
     CommandKind kind = CommandKind::kStop;
-    int number = 0;  // song, bar, semitones or channel
+    int number = 0;  // channel, group, bar, semitones, or place in the set list
+    int value = 0;   // trim, program, a second place; 1 for on
     int beat = 1;
     double factor = 1;
+    std::string text;  // a path, or a song
 };
 
 /// Reads "locate 12:1". std::invalid_argument with one line that says what is
 /// wrong and what is allowed.
 TransportCommand ParseCommand(std::string_view text);
-
-/// "12" or "12:3": bar and beat, from 1. std::invalid_argument as above.
-struct BarBeat {
-    int bar = 1;
-    int beat = 1;
-};
-BarBeat ParseBarBeat(std::string_view text);
 
 }  // namespace player

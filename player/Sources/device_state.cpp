@@ -32,8 +32,20 @@ void DeviceState::Apply(const std_midi::VoiceMessage& message) {
                 controllers_[Index(channel, data1)] = message.data2;
             break;
         case 0xC0: programs_[static_cast<std::size_t>(channel)] = data1; break;
+        case 0xE0: bends_[static_cast<std::size_t>(channel)] = message; break;
         default: break;
     }
+}
+
+void DeviceState::AppendState(int channel, std::vector<vemo_midi::VoiceEvent>& events) const {
+    const auto id = static_cast<std::uint16_t>(channel);
+    for (int controller = 0; controller < kStateControllers; ++controller)
+        if (const std::uint8_t value = GetController(channel, controller); value != kUnknown)
+            events.emplace_back(0, std::uint8_t{0xB0}, id, static_cast<std::uint8_t>(controller), value);
+    if (const std_midi::VoiceMessage& bend = bends_[id]; bend.status != 0)
+        events.emplace_back(0, std::uint8_t{0xE0}, id, bend.data1, bend.data2);
+    if (const std::uint8_t program = GetProgram(channel); program != kUnknown)
+        events.emplace_back(0, std::uint8_t{0xC0}, id, program, std::uint8_t{0});
 }
 
 void DeviceState::AppendNoteOffs(int channel, std::vector<vemo_midi::VoiceEvent>& events) const {

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -5,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -15,9 +17,11 @@
 #include <thread>
 #include <vector>
 
+#include "player/activity_meter.h"
 #include "player/clock_statistics.h"
-#include "player/midi_file_import.h"
-#include "player/midi_file_reader.h"
+#include "player/control_server.h"
+#include "player/current_show.h"
+#include "player/operator_commands.h"
 #include "player/output_devices.h"
 #include "player/play_options.h"
 #include "player/playback_feed.h"
@@ -25,7 +29,9 @@
 #include "player/recording.h"
 #include "player/script.h"
 #include "player/script_runner.h"
-#include "player/song_source.h"
+#include "player/show_file.h"
+#include "player/show_loading.h"
+#include "player/state_keeper.h"
 #include "player/transport.h"
 #include "vemo_core/exception_log.h"
 #include "zell/cout_buffer.h"
@@ -65,8 +71,8 @@ public:
         lines_.push_back(line);
         latest_ = line;
     }
-    /// On the main thread alone.
-    void Print() {
+    /// On the main thread alone. Returns what was printed.
+    std::vector<std::string> Print() {
         std::vector<std::string> lines;
         {
             std::lock_guard lock(mutex_);
@@ -74,6 +80,7 @@ public:
         }
         for (const std::string& line : lines)
             Complain(line);
+        return lines;
     }
 
 private:
@@ -84,14 +91,42 @@ private:
     std::string latest_;              // guarded by mutex_
 };
 
-SongSource ReadSongs(const std::vector<std::string>& files) {
-    SongSource songs;
-    int number = 0;
-    for (const std::string& file : files) {
-        ++number;
-        songs.Add(std::to_string(number) + " " + file, ImportMidiFile(ReadMidiFile(file), number));
+bool IsShowFile(const std::string& file) {
+    return file.ends_with(".json");
+}
+
+std::shared_ptr<const Show> ReadShow(const PlayOptions& options) {
+    if (options.files.size() != 1 || !IsShowFile(options.files.front())) {
+        if (std::any_of(options.files.begin(), options.files.end(), IsShowFile))
+            throw std::invalid_argument("a show file is played alone");
+        return ShowOfFiles(options.files);
     }
-    return songs;
+    const std::string& file = options.files.front();
+    auto show = LoadShow(ReadShowFile(file), file, options.allowOutside);
+    const auto& songs = show->GetSongs();
+    if (std::none_of(songs.begin(), songs.end(), [](const ShowSong& song) { return song.song != nullptr; }))
+        throw std::invalid_argument(file + ": no song of the show can be played; see: vemo_player verify");
+    return show;
+}
+
+std::optional<ShowState> ReadResume(const PlayOptions& options, const Show& show) {
+    if (!options.resume)
+        return std::nullopt;
+    if (show.GetFile().empty())
+        throw std::invalid_argument("--resume goes with a show file");
+    if (options.tempoScale != 1 || options.transposition != 0)
+        throw std::invalid_argument("--resume brings its own tempo scale and transposition");
+    const std::filesystem::path path = ShowState::PathFor(show.GetFile());
+    std::ifstream input(path);
+    std::ostringstream text;
+    text << input.rdbuf();
+    if (!input)
+        throw std::invalid_argument(path.string() + ": cannot be read; the show was not played yet");
+    try {
+        return ShowState::Parse(text.str());
+    } catch (const std::invalid_argument& error) {
+        throw std::invalid_argument(path.string() + ": " + error.what());
+    }
 }
 
 Script ReadScript(const std::string& file) {
@@ -105,12 +140,12 @@ Script ReadScript(const std::string& file) {
     return Script::Parse(text.str(), file);
 }
 
-void CheckPlaces(const PlayOptions& options, const SongSource& songs) {
-    if ((options.fromBar || options.toBar) && songs.GetCount() != 1)
+void CheckPlaces(const PlayOptions& options, const Show& show) {
+    if ((options.fromBar || options.toBar) && (options.files.size() != 1 || IsShowFile(options.files.front())))
         throw std::invalid_argument("--from and --to go with a single file");
     if (!options.fromBar && !options.toBar)
         return;
-    const auto song = songs.GetSong(songs.GetKey(0));
+    const auto& song = show.GetSongs().front().song;
     if (options.fromBar)
         TickOfBarBeat(*song, {*options.fromBar, 1});
     if (options.toBar)
@@ -120,34 +155,39 @@ void CheckPlaces(const PlayOptions& options, const SongSource& songs) {
                                     " must lie behind the bar to start with");
 }
 
-void WarnOfSilentMutes(const PlayOptions& options, const SongSource& songs) {
-    for (std::size_t i = 0; i < songs.GetCount(); ++i) {
-        const auto song = songs.GetSong(songs.GetKey(i));
+void WarnOfSilentMutes(const PlayOptions& options, const Show& show) {
+    for (const ShowSong& song : show.GetSongs())
         for (const int channel : options.mutedChannels)
-            if (!song->song.GetVoiceData().contains(static_cast<unsigned short>(channel - 1)))
-                Complain("warning: no track of '" + song->title + "' plays on channel " + std::to_string(channel));
-    }
+            if (song.song && !song.song->song.GetVoiceData().contains(static_cast<unsigned short>(channel - 1)))
+                Complain("warning: no track of '" + song.title + "' plays on channel " + std::to_string(channel));
 }
 
 /// One run: the transport with everything that listens to it. Members are built in
 /// the order in which they need each other.
 class Run {
 public:
-    Run(const PlayOptions& options, const SongSource& songs, Script script, OutputDevices& devices,
-        const std::string& output, Reports& reports)
+    Run(const PlayOptions& options, std::shared_ptr<const Show> show, std::optional<ShowState> resume, Script script,
+        OutputDevices& devices, const std::string& output, Reports& reports)
         : isOffline_(options.offline),
+          isServed_(!options.serveAt.empty()),
           reports_(reports),
           script_(std::move(script), [&reports](const std::string& message) { reports.Add(message); }),
-          songs_(songs),
           devices_(devices),
           recording_(options.recordTo.empty() ? nullptr : std::make_unique<Recording>(options.recordTo)),
           exceptionSink_(SetExceptionLogSink([this](const LoggedException& logged) { NoteException(logged); })),
           feed_(options.offline ? PlaybackFeed::Lag::kGrow : PlaybackFeed::Lag::kDropOldest),
           writer_(options.json ? PositionWriter::Form::kJson : PositionWriter::Form::kLine,
-                  options.offline ? PositionWriter::Time::kVirtual : PositionWriter::Time::kReal, songs, feed_) {
+                  options.offline ? PositionWriter::Time::kVirtual : PositionWriter::Time::kReal, show_, feed_) {
         try {
             Transport::Settings settings;
+            show_.Set(show);
+            settings.show = std::move(show);
+            settings.resume = std::move(resume);
+            settings.allowOutside = options.allowOutside;
             settings.output = output;
+            // What the command line says holds for the whole run.
+            settings.holds = options.tempoScale != 1 || options.transposition != 0;
+            settings.goesOn = !isServed_;
             settings.tempoScale = options.tempoScale;
             settings.transposition = options.transposition;
             for (const int channel : options.mutedChannels)
@@ -157,13 +197,26 @@ public:
             settings.toBar = options.toBar;
             if (isOffline_)
                 settings.beforeVirtualClock = [this] { BeforeVirtualClock(); };
-            if (recording_)
+            if (recording_ || isServed_)
                 devices_.Observe([this](const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) {
-                    recording_->Add(bytes, count, time);
+                    if (recording_)
+                        recording_->Add(bytes, count, time);
+                    activity_.Add(bytes, count, time);
                 });
             listener_ = std::thread([this, records = feed_.Subscribe()] { Listen(*records); });
-            transport_ = std::make_unique<Transport>(settings, songs, feed_);
+            transport_ = std::make_unique<Transport>(settings, show_, feed_);
             running_ = transport_.get();
+            if (isServed_)
+                server_ = std::make_unique<ControlServer>(
+                    ControlServer::Settings{options.serveAt, OutputDevices::GetNames().at(std::stoul(output)),
+                                            [this] { quitIsAsked_ = true; },
+                                            OutputDevices::CanRecord() ? &activity_ : nullptr},
+                    *transport_, feed_);
+            // A run in virtual time is a rendering and no evening to come back to.
+            if (const std::filesystem::path file = show_.Get()->GetFile(); !file.empty() && !isOffline_)
+                keeper_ = std::make_unique<StateKeeper>(
+                    feed_, *transport_, ShowState::PathFor(file),
+                    [this](const std::string& reason) { running_->PostMessage("where the show stands: " + reason); });
             if (isOffline_)
                 devices_.UseVirtualTime([host = &transport_->GetHost()] { return host->GetTime(); });
         } catch (...) {
@@ -176,9 +229,11 @@ public:
     Run& operator=(const Run&) = delete;
 
     int Play() {
-        const CommandAnswer started = transport_->Post({CommandKind::kPlay, 0, 1, 1}).get();
-        if (!started.done)
-            transport_->PostFault(started.message);
+        if (!isServed_) {
+            const CommandAnswer started = transport_->Post(ParseCommand("play")).get();
+            if (!started.done)
+                transport_->PostFault(started.message);
+        }
         int status = WaitForEnd();
         // Everything that was sent is with the recording before it is written.
         EndThreads();
@@ -203,9 +258,11 @@ private:
     // The listener first: it runs the script, and so uses the transport.
     void EndThreads() {
         isClosing_ = true;
+        server_.reset();
         feed_.Close();
         if (listener_.joinable())
             listener_.join();
+        keeper_.reset();
         transport_.reset();
     }
 
@@ -219,22 +276,32 @@ private:
     int WaitForEnd() {
         std::uint64_t seen = 0;
         std::uint64_t clocks = 0;
+        bool deathIsTold = false;
         auto lastClock = std::chrono::steady_clock::now();
         for (;;) {
             const auto snapshot = transport_->WaitForChange(seen, 50ms);
             seen = snapshot->number;
-            reports_.Print();
+            for (const std::string& line : reports_.Print())
+                if (isServed_)
+                    transport_->PostMessage(line);
+            if (quitIsAsked_) {
+                transport_->Post(ParseCommand("stop")).get();
+                return kDone;
+            }
             if (interrupted != 0) {
-                transport_->Post({CommandKind::kStop, 0, 1, 1}).get();
+                transport_->Post(ParseCommand("stop")).get();
                 return kInterrupted;
             }
-            switch (snapshot->state) {
+            // Served, the show stands where it is until the operator has it end.
+            switch (isServed_ ? TransportState::kPlaying : snapshot->state) {
                 case TransportState::kEnded: return kDone;
                 case TransportState::kFault:
-                    for (const std::string& message : snapshot->messages)
-                        Complain(message);
+                    for (const TransportSnapshot::Message& message : snapshot->messages)
+                        Complain(message.text);
                     return kFailed;
                 case TransportState::kStopped:
+                case TransportState::kWaiting:
+                case TransportState::kPaused:
                 case TransportState::kEmpty:
                     // Stopped by the script, which has nothing more to do here.
                     if (scriptHasSettled_)
@@ -248,8 +315,8 @@ private:
                 lastClock = now;
             clocks = played;
             if (now - lastClock > kLongestSilence)
-                transport_->PostFault("no cycle has been played for five seconds" + LastException());
-            else if (engineThreadIsDead_)
+                transport_->PostSilence("no cycle has been played for five seconds" + LastException(), played);
+            else if (engineThreadIsDead_ && !std::exchange(deathIsTold, true))
                 transport_->PostFault("a thread of the engine has ended" + LastException());
         }
     }
@@ -279,8 +346,8 @@ private:
                 return;
             }
             // Not the snapshot's song: that follows a moment after the clock's start.
-            const auto song = songs_.GetSong(songs_.GetKey(host.GetSongNumber() - 1));
-            if (!script_.IsDue(*song, host.GetTick()))
+            const auto song = show_.GetSong(host.GetSongNumber());
+            if (!song || !script_.IsDue(*song, host.GetTick()))
                 break;
             // With the ring full, so that every run does the same.
             host.WaitForFills(4, kLongestSilence);
@@ -290,7 +357,9 @@ private:
 
     // Real time: on the listener's thread.
     void RunScriptAfter(const PlaybackRecord& record) {
-        const auto song = songs_.GetSong(songs_.GetKey(record.song - 1));
+        const auto song = show_.GetSong(record.song);
+        if (!song)
+            return;
         const std::uint32_t next = record.tick + song->song.GetResolution() / 24u;
         while (!isClosing_ && script_.IsDue(*song, next))
             RunNextLine(*song, [next] { return next; });
@@ -319,11 +388,14 @@ private:
     }
 
     const bool isOffline_;
+    const bool isServed_;
+    std::atomic<bool> quitIsAsked_{false};
+    ActivityMeter activity_;
     Reports& reports_;
     ScriptRunner script_;
     std::atomic<bool> scriptHasSettled_{false};
     std::atomic<bool> isClosing_{false};
-    const SongSource& songs_;
+    CurrentShow show_;
     OutputDevices& devices_;
     std::unique_ptr<Recording> recording_;
     std::mutex exceptionMutex_;
@@ -339,6 +411,8 @@ private:
     std::unique_ptr<Transport> transport_;
     // For the engine's threads, also while the transport is being destroyed.
     Transport* running_ = nullptr;
+    std::unique_ptr<ControlServer> server_;
+    std::unique_ptr<StateKeeper> keeper_;
 };
 
 }  // namespace
@@ -354,16 +428,19 @@ int Play(const PlayOptions& options) {
     }
     bool hasStarted = false;
     try {
-        const SongSource songs = ReadSongs(options.files);
+        auto show = ReadShow(options);
+        auto resume = ReadResume(options, *show);
         Script script = ReadScript(options.script);
-        CheckPlaces(options, songs);
+        CheckPlaces(options, *show);
         OutputDevices devices;
         const std::string output = OutputDevices::Select(options.output);
-        WarnOfSilentMutes(options, songs);
+        WarnOfSilentMutes(options, *show);
         // Before the recording's temporary file is there: nobody would remove it.
         std::signal(SIGINT, OnInterrupt);
         std::signal(SIGTERM, OnInterrupt);
-        Run run(options, songs, std::move(script), devices, output, *reports);
+        if (!options.serveAt.empty())
+            OutliveTerminal();
+        Run run(options, std::move(show), std::move(resume), std::move(script), devices, output, *reports);
         hasStarted = true;
         const int status = run.Play();
         reports->Print();

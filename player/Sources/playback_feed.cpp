@@ -9,6 +9,21 @@ PlaybackFeed::Subscription::Subscription(Lag lag) : lag_(lag), ring_(kUsualRecor
 std::optional<PlaybackRecord> PlaybackFeed::Subscription::Next() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return count_ > 0 || closed_; });
+    return Pop();
+}
+
+std::optional<PlaybackRecord> PlaybackFeed::Subscription::Next(std::chrono::milliseconds atMost) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, atMost, [this] { return count_ > 0 || closed_; });
+    return Pop();
+}
+
+bool PlaybackFeed::Subscription::IsOver() const {
+    std::lock_guard lock(mutex_);
+    return closed_ && count_ == 0;
+}
+
+std::optional<PlaybackRecord> PlaybackFeed::Subscription::Pop() {
     if (count_ == 0)
         return std::nullopt;
     const PlaybackRecord record = ring_[first_];

@@ -1,12 +1,15 @@
 #include "player/playback_host.h"
 
 #include <algorithm>
-#include <cstring>
+#include <exception>
+#include <functional>
+#include <initializer_list>
 #include <stdexcept>
 #include <utility>
 
 #include "midi/win32/standard_midi_clock_impl.h"
 #include "player/offline_clock.h"
+#include "vemo_core/gui_dispatcher.h"
 
 namespace player {
 
@@ -14,35 +17,28 @@ namespace {
 
 constexpr std::uint8_t kPortCount = 1;
 constexpr std::uint16_t kBufferSize = 65535;
-constexpr std::size_t kUsualMessages = 512;
 constexpr std::uint8_t kAllSoundOff = 120;
+constexpr std::uint8_t kDamper = 64;
+constexpr int kInitialGuiDelayMilliseconds = 220;
 
-// What a channel holds where nobody has set it. Data entry and the selection of
-// parameters are no state but the steps of setting one.
-std::optional<std::uint8_t> DefaultOfController(int controller) {
-    switch (controller) {
-        case 7: return std::uint8_t{100};
-        case 10: return std::uint8_t{64};
-        case 11: return std::uint8_t{127};
-        case 6:
-        case 38:
-        case 96:
-        case 97:
-        case 98:
-        case 99:
-        case 100:
-        case 101: return std::nullopt;
-        default: return std::uint8_t{0};
-    }
+vemo_midi::VoiceEvent ControllerEvent(int channel, std::uint8_t controller, std::uint8_t value) {
+    return {0, std::uint8_t{0xB0}, static_cast<std::uint16_t>(channel), controller, value};
 }
 
-// A cycle buffer's messages lie in the platform's short-event layout: three words
-// each, the message in the third.
-std_midi::VoiceMessage MessageAt(const void* packetData, std::size_t index) {
-    std::uint32_t words[3];
-    std::memcpy(words, static_cast<const std::uint8_t*>(packetData) + index * sizeof(words), sizeof(words));
-    return {static_cast<std::uint8_t>(words[2]), static_cast<std::uint8_t>(words[2] >> 8),
-            static_cast<std::uint8_t>(words[2] >> 16)};
+/// What the device refuses the one way it may take the other: all of them, then the
+/// first refusal passes.
+void TryEach(std::initializer_list<std::function<void()>> steps) {
+    std::exception_ptr refusal;
+    for (const std::function<void()>& step : steps) {
+        try {
+            step();
+        } catch (...) {
+            if (!refusal)
+                refusal = std::current_exception();
+        }
+    }
+    if (refusal)
+        std::rethrow_exception(refusal);
 }
 
 }  // namespace
@@ -51,15 +47,15 @@ PlaybackHost::PlaybackHost(const Settings& settings, PlaybackFeed& feed)
     : feed_(feed),
       beforeVirtualClock_(settings.beforeVirtualClock),
       stopped_(settings.stopped),
-      scratchBuffer_(CreateMidiBuffer(kPortCount, kBufferSize, "scratchBuffer")),
+      wentOn_(settings.wentOn),
+      guiDelayMilliseconds_(std::make_shared<std::atomic<int>>(kInitialGuiDelayMilliseconds)),
       clock_(beforeVirtualClock_
                  ? std::unique_ptr<StandardMidiClock>(std::make_unique<OfflineClock>([this] { beforeVirtualClock_(); }))
                  : std::make_unique<StandardMidiClockImpl>()),
-      fillTracker_(userControls_),
-      playTracker_(userControls_, *clock_),
+      filler_(userControls_),
       ownBuffer_(CreateMidiBuffer(kPortCount, kBufferSize, "hostBuffer")) {
-    for (FilledCycle& cycle : cycles_)
-        cycle.messages.reserve(kUsualMessages);
+    notify::guiDispatcher.SetReceiver(
+        {[delay = guiDelayMilliseconds_](int milliseconds) { *delay = milliseconds; }, {}});
     output_ = std::make_unique<MidiOutputWin32>(
         kPortCount, [this](MidiBuffer& buffer) { FillBuffer(buffer); },
         [this](std::uint32_t tick) {
@@ -83,6 +79,7 @@ PlaybackHost::~PlaybackHost() {
         closing_ = true;
     }
     output_.reset();
+    notify::guiDispatcher.SetReceiver({});
     clock_->SetMidiClockCallback([](double) {});
     // In virtual time its thread asks this object for filled cycles: it ends before
     // anything else does.
@@ -99,7 +96,7 @@ void PlaybackHost::Disarm() {
     }
     {
         std::lock_guard lock(songMutex_);
-        wantsCycles_ = false;
+        filler_.Stop();
         filled_.notify_all();
     }
     // Without the host mutex, which a clock on its way waits for. It must be through
@@ -107,36 +104,66 @@ void PlaybackHost::Disarm() {
     clock_->WaitForClocksInFlight();
 }
 
-void PlaybackHost::Load(std::shared_ptr<const ImportedSong> song, unsigned int songNumber, std::uint32_t startTick,
-                        std::optional<std::uint32_t> endTick) {
-    // Disarming also drops what the clock was told while disarmed.
+void PlaybackHost::RequireSong() const {
+    if (!song_)
+        throw std::logic_error("no song is loaded");
+}
+
+void PlaybackHost::SetShow(std::shared_ptr<const Show> show) {
     Disarm();
-    // Built here, since it takes a while; nothing plays now.
-    auto stream = std::make_unique<QuorvelMidiStream>(song->song);
+    auto streams = std::make_unique<ShowStreams>(std::move(show));
     std::lock_guard lock(songMutex_);
-    song_ = std::move(song);
-    stream_ = std::move(stream);
-    songNumber_ = songNumber;
-    const std::uint16_t resolution = song_->song.GetResolution();
-    const std::uint32_t lastTick = song_->song.GetTimeline().GetLastTickIndex();
-    ticksPerClock_ = resolution / 24u;
-    endTick_ = std::min(endTick.value_or(lastTick + 1), lastTick + 1);
-    fillTracker_.SetData(song_->log, song_->song.GetTimeline(), resolution);
-    playTracker_.SetData(song_->log, song_->song.GetTimeline(), resolution);
-    startTick_ = playTracker_.RoundDownToNearestClock(startTick);
-    playTracker_.Seek(startTick_);
+    filler_.SetStreams(streams.get());
+    song_ = nullptr;
+    follow_ = nullptr;
+    retired_ = nullptr;
+    // Destroying the old ones waits for the song that they are building.
+    std::swap(streams_, streams);
     sounding_.reset();
     playedSinceArming_ = false;
-    mutedTracks_.clear();
-    pendingUnmutes_.clear();
-    channelsToSilence_.clear();
+    isAtPause_ = false;
+    startTick_ = 0;
+}
+
+void PlaybackHost::Load(SongToPlay toPlay) {
+    // Disarming also drops what the clock was told while disarmed.
+    Disarm();
+    if (toPlay.tempoScale)
+        userControls_.SetTempoScale(*toPlay.tempoScale);
+    if (toPlay.transposition)
+        userControls_.SetTransposition(*toPlay.transposition);
+    auto song = std::make_shared<LoadedSong>(std::move(toPlay), userControls_, *clock_);
+    // Without the song's mutex: the song may still have to be built.
+    filler_.Select(song);
+    std::lock_guard lock(songMutex_);
+    song_ = std::move(song);
+    follow_ = nullptr;
+    retired_ = nullptr;
+    filler_.SetNext(nullptr);
+    startTick_ = song_->startTick;
+    song_->playTracker.Seek(startTick_);
+    sounding_.reset();
+    playedSinceArming_ = false;
+    isAtPause_ = false;
     hasSongStartTime_ = false;
     songStarted_ = false;
     fault_.clear();
 }
 
-std::uint64_t PlaybackHost::Play() {
-    return StartAt(GetTick());
+void PlaybackHost::Follow(std::optional<SongToPlay> next) {
+    std::shared_ptr<LoadedSong> song;
+    if (next)
+        song = std::make_shared<LoadedSong>(std::move(*next), userControls_, *clock_);
+    std::shared_ptr<LoadedSong> retired;
+    std::lock_guard lock(songMutex_);
+    retired = std::move(retired_);
+    // What is filled already goes on as it was said when it was filled.
+    follow_ = song;
+    filler_.SetNext(std::move(song));
+}
+
+std::uint64_t PlaybackHost::Play(int countInBars) {
+    return StartAt(GetTick(), countInBars);
 }
 
 std::optional<std::uint64_t> PlaybackHost::Locate(std::uint32_t tick) {
@@ -151,44 +178,66 @@ std::optional<std::uint64_t> PlaybackHost::Locate(std::uint32_t tick) {
     Disarm();
     {
         std::lock_guard lock(songMutex_);
-        notesHaveEnded = std::exchange(panicked_, false) || notesHaveEnded;
+        RequireSong();
+        // What rings at a pause belongs to the place that is left.
+        notesHaveEnded = std::exchange(panicked_, false) || !wasPlaying || notesHaveEnded;
+        isAtPause_ = false;
         // The stream would take notes for sounding on that were ended.
         if (notesHaveEnded)
             sounding_.reset();
     }
-    if (notesHaveEnded)
-        EndNotes();
+    if (notesHaveEnded) {
+        try {
+            EndNotes();
+        } catch (const std::exception&) {
+            // They still count as sounding: the first cycle that plays ends them.
+        }
+    }
     if (wasPlaying)
-        return StartAt(tick);
+        return StartAt(tick, 0);
     std::lock_guard lock(songMutex_);
-    startTick_ = playTracker_.RoundDownToNearestClock(tick);
-    playTracker_.Seek(startTick_);
+    startTick_ = song_->playTracker.RoundDownToNearestClock(tick);
+    song_->playTracker.Seek(startTick_);
     playedSinceArming_ = false;
     return std::nullopt;
 }
 
-std::uint64_t PlaybackHost::StartAt(std::uint32_t tick) {
-    if (!song_)
-        throw std::logic_error("no song is loaded");
+std::uint64_t PlaybackHost::StartAt(std::uint32_t tick, int countInBars) {
     Disarm();
     std::uint32_t start = 0;
+    std::uint32_t ticksPerClock = 0;
     int clocksPerClick = 0;
     int clockNumber = 0;
     double clockTime = 0;
     {
         std::lock_guard lock(songMutex_);
-        start = playTracker_.RoundDownToNearestClock(tick);
-        fillTracker_.Seek(start);
-        playTracker_.Seek(start);
-        // Before priming, which moves the filling tracker on.
-        clockTime = playTracker_.GetClockTime();
-        clocksPerClick = playTracker_.GetClocksPerClick();
-        clockNumber = playTracker_.GetClockNumber();
+        RequireSong();
+        HowToPlayWithMidiClock& tracker = song_->playTracker;
+        start = tracker.RoundDownToNearestClock(tick);
+        tracker.Seek(start);
+        const bool fromPause = std::exchange(isAtPause_, false) && start == Place();
+        ticksPerClock = song_->ticksPerClock;
+        clockTime = tracker.GetClockTime();
+        clocksPerClick = tracker.GetClocksPerClick();
+        clockNumber = tracker.GetClockNumber();
+        if (fromPause)
+            ResumeFromPause(start, clockTime, clocksPerClick);
         sentClockTime_ = clockTime;
-        PrepareStart(start);
-        if (!songStarted_)
-            PublishSongStart();
-        songStarted_ = true;
+        if (panicked_)
+            sounding_.reset();
+        panicked_ = false;
+        filler_.Start({song_, start, sounding_, deviceIsFresh_, countInBars}, playedState_);
+        filler_.SetNext(follow_);
+        startTick_ = start;
+        playedSinceArming_ = false;
+        isCountingIn_ = countInBars > 0;
+        if (isCountingIn_) {
+            // The clock runs on the spot until the first clock of the music is due.
+            ticksPerClock = 0;
+            clockNumber = filler_.GetFirstClockNumber();
+        }
+        if (!std::exchange(songStarted_, true))
+            PublishSong();
     }
     std::unique_lock host(hostMutex_);
     output_->Seek(start);
@@ -199,74 +248,35 @@ std::uint64_t PlaybackHost::StartAt(std::uint32_t tick) {
     if (!output_->ArmPlayback())
         throw std::logic_error("the output cannot be armed");
     playing_ = true;
-    clock_->ArmPlayback(ticksPerClock_, clocksPerClick, clockTime, start, clockNumber);
+    clock_->ArmPlayback(ticksPerClock, clocksPerClick, clockTime, start, clockNumber);
     clock_->ContinuousMode();
     return arming_;
 }
 
-void PlaybackHost::PrepareStart(std::uint32_t tick) {
-    start_ = deviceIsFresh_ ? Start::kCold : Start::kFresh;
-    if (sounding_)
-        start_ = sounding_->transposition == 0 ? Start::kAfterSeek : Start::kTransposedSeek;
-    endedAtStart_ = sounding_ ? FindHeldState(sounding_->tick) : HeldState();
-    heldAtStart_ = FindHeldState(tick);
-    // First to the place up to which the device has heard the song, so that the
-    // stream compares with what really sounds and not with the cycles that were
-    // filled and never played.
-    if (sounding_)
-        stream_->Seek(sounding_->tick);
-    stream_->Seek(tick);
-    // The set form, which chases nothing: a start sends the whole state anyway.
-    for (const unsigned short id : pendingUnmutes_)
-        mutedTracks_.erase(id);
-    pendingUnmutes_.clear();
-    const std::set<unsigned short> muted = mutedTracks_;
-    stream_->SetMutedTracks(muted);
-    filledState_ = playedState_;
-    playedBefore_ += playedCount_;
-    filledCount_ = 0;
-    playedCount_ = 0;
-    startTick_ = tick;
-    fillTick_ = tick;
-    enqueuedTick_ = tick;
-    portWasFull_ = false;
-    lastIsFilled_ = false;
-    wantsCycles_ = true;
-    seekBeforeFill_ = false;
-    playedSinceArming_ = false;
-    panicked_ = false;
+void PlaybackHost::ResumeFromPause(std::uint32_t tick, double& clockTime, int& clocksPerClick) {
+    try {
+        song_->playTracker.GetCaesuraResumeParams(tick, &clockTime, &clocksPerClick);
+    } catch (const std::out_of_range&) {  // within the last beat: what holds there goes on
+    }
 }
 
-PlaybackHost::HeldState PlaybackHost::FindHeldState(std::uint32_t tick) {
-    // Ending the state of a place names what the place holds.
-    stream_->Seek(tick);
-    stream_->Seek(tick);
-    std::lock_guard buffer(scratchBuffer_->GetMutex());
-    scratchBuffer_->Reset();
-    stream_->AllNotesOff(FillTransposition(), *scratchBuffer_);
-    HeldState held;
-    const void* data = scratchBuffer_->GetPacketDataAtPortIndex(0);
-    for (std::size_t i = 0; i < scratchBuffer_->GetPortEventCount(0); ++i) {
-        const std_midi::VoiceMessage message = MessageAt(data, i);
-        const auto channel = static_cast<std::size_t>(message.status & 0x0F);
-        if ((message.status & 0xF0) == 0xB0)
-            held.controllers[channel].set(message.data1 & 0x7Fu);
-        else if (!mutedTracks_.contains(static_cast<unsigned short>(channel)))
-            held.notes[channel].set(message.data1 & 0x7Fu);
-    }
-    return held;
+std::uint32_t PlaybackHost::Place() const {
+    return sounding_ && playedSinceArming_ ? sounding_->tick : startTick_;
 }
 
 void PlaybackHost::Stop() {
     Disarm();
     {
         std::lock_guard lock(songMutex_);
-        if (sounding_ && playedSinceArming_)
-            startTick_ = sounding_->tick;
+        startTick_ = Place();
+        playedSinceArming_ = false;
+        isAtPause_ = false;
+        isCountingIn_ = false;
         sounding_.reset();
+        if (song_)
+            filler_.ReturnTo(song_);
     }
-    output_->AllNotesOff();
-    EndNotes();
+    TryEach({[this] { output_->AllNotesOff(); }, [this] { EndNotes(); }});
 }
 
 void PlaybackHost::FinishSong() {
@@ -276,24 +286,34 @@ void PlaybackHost::FinishSong() {
     }
     {
         std::lock_guard lock(songMutex_);
-        startTick_ = 0;
+        filler_.Stop();
+        startTick_ = song_->startTick;
         sounding_.reset();
     }
     // The last buffer has sent all notes off.
     EndNotes();
 }
 
+void PlaybackHost::FinishAtPause() {
+    std::lock_guard host(hostMutex_);
+    playing_ = false;
+    std::lock_guard lock(songMutex_);
+    filler_.Stop();
+    filler_.ReturnTo(song_);
+}
+
 void PlaybackHost::Panic() {
     {
         std::lock_guard lock(songMutex_);
         panicked_ = true;
+        filler_.Restore();
     }
-    output_->AllNotesOff();
-    EndNotes();
     std::vector<vemo_midi::VoiceEvent> events;
-    for (std::uint16_t channel = 0; channel < DeviceState::kChannels; ++channel)
-        events.emplace_back(0, std::uint8_t{0xB0}, channel, kAllSoundOff, std::uint8_t{0});
-    SendOwnEvents(events);
+    for (int channel = 0; channel < DeviceState::kChannels; ++channel) {
+        events.push_back(ControllerEvent(channel, kDamper, 0));
+        events.push_back(ControllerEvent(channel, kAllSoundOff, 0));
+    }
+    TryEach({[this] { output_->AllNotesOff(); }, [this] { EndNotes(); }, [&] { SendOwnEvents(events); }});
 }
 
 void PlaybackHost::EndNotes() {
@@ -307,7 +327,21 @@ void PlaybackHost::EndNotes() {
         for (const vemo_midi::VoiceEvent& event : events)
             playedState_.Apply(event.message);
     }
-    SendOwnEvents(events);
+    SendEndings(events);
+}
+
+/// Sends note-offs that count as played already.
+void PlaybackHost::SendEndings(const std::vector<vemo_midi::VoiceEvent>& events) {
+    try {
+        SendOwnEvents(events);
+    } catch (...) {
+        // They sound on, for the next one that ends them.
+        std::lock_guard lock(songMutex_);
+        for (const vemo_midi::VoiceEvent& event : events)
+            if ((event.message.status & 0xF0) == 0x80)
+                playedState_.Apply({static_cast<std::uint8_t>(event.message.status | 0x10), event.message.data1, 1});
+        throw;
+    }
 }
 
 void PlaybackHost::SendOwnEvents(const std::vector<vemo_midi::VoiceEvent>& events) {
@@ -327,39 +361,92 @@ void PlaybackHost::SetMuted(int channel, bool muted) {
     std::vector<vemo_midi::VoiceEvent> events;
     {
         std::lock_guard lock(songMutex_);
-        if (!stream_)
-            throw std::logic_error("no song is loaded");
-        if (!muted) {
-            if (!mutedTracks_.contains(id))
+        RequireSong();
+        const bool ringing = playing || sounding_;
+        if (!FillsHeardSong()) {
+            // The song that is on its way has its own.
+            muted ? static_cast<void>(song_->plan.mutedTracks.insert(id))
+                  : static_cast<void>(song_->plan.mutedTracks.erase(id));
+            if (!muted)
                 return;
-            // While playing, the filler unmutes at a cycle that does nothing else.
-            if (playing)
-                pendingUnmutes_.insert(id);
-            else
-                mutedTracks_.erase(id);
+        } else if (!muted) {
+            filler_.Unmute(id, ringing);
+            return;
+        } else if (!filler_.Mute(id, ringing) || !ringing) {
             return;
         }
-        pendingUnmutes_.erase(id);
-        if (!mutedTracks_.insert(id).second)
-            return;
-        stream_->MuteTrack(id);
-        stream_->SendAllNotesOffForMutedTracks();
-        if (!playing)
-            return;
-        // What is filled already will still strike notes of the track: the first
-        // cycle filled from now on ends those.
-        channelsToSilence_.insert(id);
         playedState_.AppendNoteOffs(channel, events);
+        playedState_.AppendPedalsUp(channel, events);
         for (const vemo_midi::VoiceEvent& event : events)
             playedState_.Apply(event.message);
     }
-    output_->SendAllNotesOff(id);
+    TryEach({[&] { SendEndings(events); }, [&] { output_->SendAllNotesOff(id); }});
+}
+
+void PlaybackHost::SetTrim(int channel, int trim) {
+    std::lock_guard lock(songMutex_);
+    if (streams_)
+        streams_->SetTrim(static_cast<unsigned short>(channel), static_cast<unsigned char>(trim));
+}
+
+void PlaybackHost::SetProgram(int channel, int program) {
+    const auto id = static_cast<unsigned short>(channel);
+    const auto value = static_cast<unsigned char>(program);
+    {
+        std::lock_guard lock(songMutex_);
+        RequireSong();
+        if (FillsHeardSong())
+            filler_.SetUserProgram(id, value);
+        else
+            song_->plan.userPrograms[id] = value;
+        playedState_.Apply({static_cast<std::uint8_t>(0xC0 | id), value, 0});
+    }
+    output_->SetTrackProgramId(id, value);
+}
+
+void PlaybackHost::FollowPrograms() {
+    std::lock_guard lock(songMutex_);
+    RequireSong();
+    if (FillsHeardSong())
+        filler_.FollowPrograms();
+    else
+        song_->plan.userPrograms.clear();
+}
+
+void PlaybackHost::SetClickIsMuted(bool muted) {
+    std::lock_guard lock(songMutex_);
+    RequireSong();
+    if (song_->plan.click)
+        song_->plan.click->muted = muted;
+}
+
+void PlaybackHost::Resend() {
+    std::vector<vemo_midi::VoiceEvent> events;
+    {
+        std::lock_guard lock(songMutex_);
+        if (filler_.GetIsPlaying()) {
+            filler_.Resend();
+            return;
+        }
+        for (int channel = 0; channel < DeviceState::kChannels; ++channel)
+            playedState_.AppendState(channel, events);
+    }
     SendOwnEvents(events);
 }
 
 bool PlaybackHost::IsPlaying() const {
     std::lock_guard host(hostMutex_);
     return playing_;
+}
+
+bool PlaybackHost::IsCountingIn() const {
+    std::lock_guard lock(songMutex_);
+    return isCountingIn_;
+}
+
+bool PlaybackHost::IsAtPause() const {
+    std::lock_guard lock(songMutex_);
+    return isAtPause_;
 }
 
 std::uint64_t PlaybackHost::GetArming() const {
@@ -369,12 +456,12 @@ std::uint64_t PlaybackHost::GetArming() const {
 
 unsigned int PlaybackHost::GetSongNumber() const {
     std::lock_guard lock(songMutex_);
-    return songNumber_;
+    return song_ ? song_->plan.number : 0;
 }
 
 std::uint32_t PlaybackHost::GetTick() const {
     std::lock_guard lock(songMutex_);
-    return sounding_ && playedSinceArming_ ? sounding_->tick : startTick_;
+    return Place();
 }
 
 std::string PlaybackHost::GetFault() const {
@@ -384,7 +471,12 @@ std::string PlaybackHost::GetFault() const {
 
 std::uint64_t PlaybackHost::GetPlayedClocks() const {
     std::lock_guard lock(songMutex_);
-    return playedBefore_ + playedCount_;
+    return playedClocks_;
+}
+
+std::pair<std::size_t, std::size_t> PlaybackHost::GetLoadProgress() const {
+    std::lock_guard lock(songMutex_);
+    return streams_ ? std::pair(streams_->GetLoaded(), streams_->GetCount()) : std::pair<std::size_t, std::size_t>();
 }
 
 std::chrono::nanoseconds PlaybackHost::GetTime() const {
@@ -396,7 +488,8 @@ std::chrono::nanoseconds PlaybackHost::GetTime() const {
 bool PlaybackHost::WaitForFills(int cycles, std::chrono::milliseconds atMost) const {
     std::unique_lock lock(songMutex_);
     return filled_.wait_for(lock, atMost, [this, cycles] {
-        return !wantsCycles_ || lastIsFilled_ || filledCount_ >= playedCount_ + static_cast<std::uint64_t>(cycles);
+        return !filler_.GetIsPlaying() || filler_.GetLastIsFilled() ||
+               filler_.GetFilledCount() >= filler_.GetPlayedCount() + static_cast<std::uint64_t>(cycles);
     });
 }
 
@@ -406,161 +499,16 @@ void PlaybackHost::FillBuffer(MidiBuffer& buffer) {
     std::lock_guard bufferLock(buffer.GetMutex());
     std::lock_guard lock(songMutex_);
     try {
-        FillCycle(buffer);
+        filler_.Fill(buffer);
     } catch (const std::exception& error) {
         fault_ = error.what();
     } catch (...) {
         fault_ = "unknown exception";
     }
-    if (!fault_.empty()) {
-        lastIsFilled_ = true;
-        buffer.SetIsLastBuffer(true);
-    }
+    if (!fault_.empty())
+        filler_.BreakOff(buffer);
     if (beforeVirtualClock_)
         filled_.notify_all();
-}
-
-signed char PlaybackHost::FillTransposition() {
-    return static_cast<signed char>(std::clamp(fillTracker_.GetTranspositionValue(), -127, 127));
-}
-
-void PlaybackHost::FillCycle(MidiBuffer& buffer) {
-    const std::uint32_t tick = fillTick_;
-    if (start_ == Start::kRunning) {
-        // Twice: what covers a tick is judged by the events in effect before a move.
-        fillTracker_.AdvanceToTickIndex(tick);
-        fillTracker_.AdvanceToTickIndex(tick);
-    }
-    buffer.SetTickIndex(tick);
-    buffer.SetClockNumber(fillTracker_.GetClockNumber());
-    buffer.SetClocksPerClick(fillTracker_.GetClocksPerClick());
-    fillTick_ = tick + ticksPerClock_;
-    // Where a port was too small for its cycle, its rest goes out before the end.
-    if (tick >= endTick_ && !portWasFull_) {
-        lastIsFilled_ = true;
-        buffer.SetIsLastBuffer(true);
-        return;
-    }
-    FilledCycle& cycle = cycles_[filledCount_ % kRememberedCycles];
-    cycle.tick = tick;
-    cycle.transposition = FillTransposition();
-    cycle.messages.clear();
-
-    EnqueueSong(buffer, std::min(tick + ticksPerClock_, endTick_), cycle);
-    portWasFull_ = buffer.GetBufferIsFull(0);
-    const void* data = buffer.GetPacketDataAtPortIndex(0);
-    for (std::size_t i = 0; i < buffer.GetPortEventCount(0); ++i) {
-        cycle.messages.push_back(MessageAt(data, i));
-        filledState_.Apply(cycle.messages.back());
-    }
-    if (start_ != Start::kRunning && start_ != Start::kCold)
-        CompleteStart(buffer, cycle);
-    SilenceMutedChannels(buffer, cycle);
-
-    start_ = Start::kRunning;
-    previousTransposition_ = cycle.transposition;
-    ++filledCount_;
-    buffer.DoneAddingEventsToBuffer();
-    buffer.SetHasData(true);
-}
-
-void PlaybackHost::EnqueueSong(MidiBuffer& buffer, std::uint32_t endTick, FilledCycle& cycle) {
-    const signed char transposition = cycle.transposition;
-    switch (start_) {
-        case Start::kTransposedSeek: stream_->AllNotesOff(sounding_->transposition, buffer); [[fallthrough]];
-        case Start::kCold:
-        case Start::kFresh: stream_->EnqueueInitialEvents(endTick, transposition, buffer); break;
-        case Start::kAfterSeek:
-            stream_->EnqueueEventsWithPersistence(endTick, transposition, sounding_->transposition, buffer, true);
-            break;
-        case Start::kRunning:
-            // Not over what a full port has left waiting: a seek would skip it.
-            if (!portWasFull_ && std::exchange(seekBeforeFill_, false))
-                stream_->Seek(enqueuedTick_);
-            if (transposition != previousTransposition_) {
-                stream_->EnqueueEventsWithPersistence(endTick, transposition, previousTransposition_, buffer, false);
-                break;
-            }
-            for (auto next = pendingUnmutes_.begin(); !portWasFull_ && next != pendingUnmutes_.end();) {
-                const unsigned short id = *next;
-                // What the mute has still to end would be struck a second time.
-                if (channelsToSilence_.contains(id)) {
-                    ++next;
-                    continue;
-                }
-                next = pendingUnmutes_.erase(next);
-                stream_->UnmuteTrack(id);
-                mutedTracks_.erase(id);
-                // The chase strikes notes that the stream does not record: in the
-                // next cycle it takes its state from the song again.
-                seekBeforeFill_ = true;
-            }
-            stream_->EnqueueEvents(endTick, transposition, buffer, false);
-            break;
-    }
-    enqueuedTick_ = endTick;
-}
-
-void PlaybackHost::Append(MidiBuffer& buffer, FilledCycle& cycle, const vemo_midi::VoiceEvent& event) {
-    if (!buffer.AddEventToBuffer(0, event))
-        return;
-    cycle.messages.push_back(event.message);
-    filledState_.Apply(event.message);
-}
-
-void PlaybackHost::CompleteStart(MidiBuffer& buffer, FilledCycle& cycle) {
-    std::array<std::bitset<128>, DeviceState::kChannels> struck;
-    std::array<std::bitset<128>, DeviceState::kChannels> setBySong;
-    auto ended = endedAtStart_.controllers;
-    for (const std_midi::VoiceMessage& message : cycle.messages) {
-        const auto channel = static_cast<std::size_t>(message.status & 0x0F);
-        const std::size_t number = message.data1 & 0x7Fu;
-        if ((message.status & 0xF0) == 0x90)
-            struck[channel].set(number);
-        // What ends a controller of the old state comes first; what comes after it
-        // is the song's own.
-        if ((message.status & 0xF0) == 0xB0 && ended[channel].test(number))
-            ended[channel].reset(number);
-        else if ((message.status & 0xF0) == 0xB0)
-            setBySong[channel].set(number);
-    }
-    for (std::uint16_t channel = 0; channel < DeviceState::kChannels; ++channel) {
-        noteOffs_.clear();
-        filledState_.AppendNoteOffs(channel, noteOffs_);
-        for (const vemo_midi::VoiceEvent& off : noteOffs_)
-            if (!struck[channel].test(off.message.data1) && !heldAtStart_.notes[channel].test(off.message.data1))
-                Append(buffer, cycle, off);
-        for (int controller = 0; controller < DeviceState::kStateControllers; ++controller) {
-            const std::uint8_t value = filledState_.GetController(channel, controller);
-            const std::optional<std::uint8_t> wanted = DefaultOfController(controller);
-            if (value == DeviceState::kUnknown || !wanted || value == *wanted ||
-                setBySong[channel].test(static_cast<std::size_t>(controller)) ||
-                heldAtStart_.controllers[channel].test(static_cast<std::size_t>(controller)))
-                continue;
-            Append(buffer, cycle, {0, 0xB0, channel, static_cast<std::uint8_t>(controller), *wanted});
-        }
-    }
-    for (const auto& [id, track] : song_->song.GetVoiceData()) {
-        const auto& events = track.GetEvents();
-        const bool isChosen = std::any_of(events.begin(), events.end(), [this](const vemo_midi::VoiceEvent& event) {
-            return event.time < enqueuedTick_ && (event.message.status & 0xF0) == 0xC0;
-        });
-        if (!isChosen && filledState_.GetProgram(id & 0x0F) != track.GetDefaultProgramChange())
-            Append(buffer, cycle, {0, 0xC0, id, track.GetDefaultProgramChange(), 0});
-    }
-}
-
-void PlaybackHost::SilenceMutedChannels(MidiBuffer& buffer, FilledCycle& cycle) {
-    for (auto id = channelsToSilence_.begin(); id != channelsToSilence_.end();) {
-        noteOffs_.clear();
-        filledState_.AppendNoteOffs(*id, noteOffs_);
-        for (const vemo_midi::VoiceEvent& off : noteOffs_)
-            Append(buffer, cycle, off);
-        // What a full port refused is left for the next cycle.
-        noteOffs_.clear();
-        filledState_.AppendNoteOffs(*id, noteOffs_);
-        id = noteOffs_.empty() ? channelsToSilence_.erase(id) : std::next(id);
-    }
 }
 
 // ---- playing, on the clock's thread with the host mutex held
@@ -574,78 +522,161 @@ void PlaybackHost::ClockIsActive() {
         // The clock before found no filled cycle, and has moved on without one: put
         // it back to where the ring is, or every later change would come too late.
         std::uint32_t tick = 0;
+        std::uint32_t ticksPerClock = 0;
         int clockNumber = 0;
         int clocksPerClick = 0;
         double clockTime = 0;
+        bool isCountingIn = false;
         {
             std::lock_guard lock(songMutex_);
-            tick = sounding_ && playedSinceArming_ ? sounding_->tick : startTick_;
-            clockNumber = playTracker_.GetClockNumber();
-            clocksPerClick = playTracker_.GetClocksPerClick();
-            clockTime = playTracker_.GetClockTime();
-            sentClockTime_ = clockTime;
+            HowToPlayWithMidiClock& tracker = song_->playTracker;
+            tick = Place();
+            ticksPerClock = song_->ticksPerClock;
+            clockNumber = tracker.GetClockNumber();
+            clocksPerClick = tracker.GetClocksPerClick();
+            clockTime = tracker.GetClockTime();
+            isCountingIn = isCountingIn_;
+            if (!isCountingIn)
+                sentClockTime_ = clockTime;
         }
-        clock_->SetTickIndex(tick, clockNumber, ticksPerClock_, clocksPerClick, clockTime, 0);
+        if (!isCountingIn)  // which stands still anyway
+            clock_->SetTickIndex(tick, clockNumber, ticksPerClock, clocksPerClick, clockTime, 0);
     }
     clockIsUnplayed_ = true;
 }
 
-PlaybackRecord PlaybackHost::MakeRecord(PlaybackRecord::Kind kind) {
+PlaybackRecord PlaybackHost::MakeRecord(PlaybackRecord::Kind kind, int transposition) {
+    HowToPlayWithMidiClock& tracker = song_->playTracker;
     PlaybackRecord record;
     record.kind = kind;
-    record.song = songNumber_;
-    record.clockNumber = playTracker_.GetClockNumber();
-    record.clocksPerClick = playTracker_.GetClocksPerClick();
-    record.bar = playTracker_.GetBarBeat().bar();
-    record.beat = playTracker_.GetBarBeat().beat();
-    record.tick = playTracker_.GetTickIndex();
-    record.tempo = playTracker_.GetTempoDouble();
-    record.meterBeats = playTracker_.GetMeter().beats();
-    record.meterUnit = playTracker_.GetMeter().beat_unit();
-    record.keySharps = playTracker_.GetKey().sharps();
-    record.keyMinor = playTracker_.GetKey().minor();
-    record.transposition = playTracker_.GetTranspositionValue();
-    record.hasMarker = !song_->log.GetMarkers().empty() && playTracker_.GetMarkerTickIndex() <= record.tick;
-    record.markerTick = record.hasMarker ? playTracker_.GetMarkerTickIndex() : 0;
+    record.song = song_->plan.number;
+    record.clockNumber = tracker.GetClockNumber();
+    record.clocksPerClick = tracker.GetClocksPerClick();
+    record.bar = tracker.GetBarBeat().bar();
+    record.beat = tracker.GetBarBeat().beat();
+    record.tick = tracker.GetTickIndex();
+    record.tempo = tracker.GetTempoDouble();
+    record.meterBeats = tracker.GetMeter().beats();
+    record.meterUnit = tracker.GetMeter().beat_unit();
+    record.keySharps = tracker.GetKey().sharps();
+    record.keyMinor = tracker.GetKey().minor();
+    record.transposition = transposition;
+    record.page = tracker.GetPageNumberValue();
+    record.hasMarker = !song_->plan.song->log.GetMarkers().empty() && tracker.GetMarkerTickIndex() <= record.tick;
+    record.markerTick = record.hasMarker ? tracker.GetMarkerTickIndex() : 0;
     record.time = clockTime_;
+    record.displayDelayMilliseconds = *guiDelayMilliseconds_;
     record.sinceStart = hasSongStartTime_ ? clockTime_ - songStartTime_ : std::chrono::nanoseconds(0);
     return record;
 }
 
-void PlaybackHost::PublishSongStart() {
-    feed_.Publish(MakeRecord(PlaybackRecord::Kind::kSong));
+void PlaybackHost::PublishSong() {
+    feed_.Publish(MakeRecord(PlaybackRecord::Kind::kSong, song_->playTracker.GetTranspositionValue()));
 }
 
 bool PlaybackHost::CyclePlayed(std::uint32_t tick) {
     clockIsUnplayed_ = false;
     std::unique_lock lock(songMutex_);
-    FilledCycle& cycle = cycles_[playedCount_ % kRememberedCycles];
+    const CycleFiller::Cycle& cycle = filler_.GetOldest();
     for (const std_midi::VoiceMessage& message : cycle.messages)
         playedState_.Apply(message);
-    ++playedCount_;
-    const std::uint32_t next = tick + ticksPerClock_;
-    sounding_ = {next, cycle.transposition};
-    playedSinceArming_ = true;
+    filler_.CountPlayed();
+    ++playedClocks_;
     deviceIsFresh_ = false;
+    if (cycle.countInLeft > 0) {
+        CountInPlayed(cycle, lock);
+        return false;
+    }
+    if (cycle.song != song_)
+        GoOnTo(cycle.song, lock);
+    const signed char transposition = cycle.transposition;
+    const std::uint32_t next = tick + song_->ticksPerClock;
+    sounding_ = {next, transposition};
+    playedSinceArming_ = true;
     if (!std::exchange(hasSongStartTime_, true))
         songStartTime_ = clockTime_;
     // The tracker stands at this cycle; only now does it move on.
-    PlaybackRecord record = MakeRecord(PlaybackRecord::Kind::kClock);
+    HowToPlayWithMidiClock& tracker = song_->playTracker;
+    PlaybackRecord record = MakeRecord(PlaybackRecord::Kind::kClock, transposition);
     record.tick = tick;
     record.firstAfterStart = std::exchange(firstClockOfArming_, false);
 
-    playTracker_.AdvanceToTickIndexWithLock(next, lock);
-    playTracker_.AdvanceToTickIndexWithLock(next, lock);
-    const double clockTime = playTracker_.GetClockTime();
+    tracker.AdvanceToTickIndexWithLock(next, lock);
+    tracker.AdvanceToTickIndexWithLock(next, lock);
+    const double clockTime = tracker.GetClockTime();
     const bool clockTimeChanged = clockTime != sentClockTime_;
     sentClockTime_ = clockTime;
     // A change at the next tick already shapes the interval that leads there.
     record.clockSeconds = clockTime;
+    const bool pauses = std::binary_search(song_->pauses.begin(), song_->pauses.end(), next);
+    isAtPause_ = pauses;
     lock.unlock();
-    if (clockTimeChanged)
+    if (clockTimeChanged && !pauses)
         clock_->SetClockTime(clockTime, next);
     feed_.Publish(record);
-    return false;
+    return pauses;
+}
+
+void PlaybackHost::CountInPlayed(const CycleFiller::Cycle& cycle, std::unique_lock<std::mutex>& lock) {
+    HowToPlayWithMidiClock& tracker = song_->playTracker;
+    PlaybackRecord record = MakeRecord(PlaybackRecord::Kind::kCountIn, cycle.transposition);
+    record.clockNumber = cycle.countInClockNumber;
+    record.countInClocks = cycle.countInLeft;
+    record.countInClocksPerBar = cycle.countInClocksPerBar;
+    record.firstAfterStart = std::exchange(firstClockOfArming_, false);
+    const std::uint32_t tick = cycle.tick;
+    const double clockTime = tracker.GetClockTime();
+    const bool clockTimeChanged = clockTime != sentClockTime_;
+    sentClockTime_ = clockTime;
+    record.clockSeconds = clockTime;
+    const int clockNumber = tracker.GetClockNumber();
+    const int clocksPerClick = tracker.GetClocksPerClick();
+    const std::uint32_t ticksPerClock = song_->ticksPerClock;
+    const bool isLast = cycle.countInLeft == 1;
+    if (isLast)
+        isCountingIn_ = false;
+    lock.unlock();
+    if (isLast)
+        clock_->SetTickIndex(tick, clockNumber, ticksPerClock, clocksPerClick, clockTime, tick);
+    else if (clockTimeChanged)
+        clock_->SetClockTime(clockTime, tick);
+    feed_.Publish(record);
+}
+
+/// The first cycle of the next song is playing: what is heard is that song from now on.
+void PlaybackHost::GoOnTo(const std::shared_ptr<LoadedSong>& song, std::unique_lock<std::mutex>& lock) {
+    PlaybackRecord end;
+    end.kind = PlaybackRecord::Kind::kEnd;
+    end.song = song_->plan.number;
+    end.time = clockTime_;
+    feed_.Publish(end);
+    retired_ = std::move(song_);
+    song_ = song;
+    follow_ = nullptr;
+    startTick_ = song_->startTick;
+    songStartTime_ = clockTime_;
+    hasSongStartTime_ = true;
+    if (song_->plan.tempoScale)
+        userControls_.SetTempoScale(*song_->plan.tempoScale);
+    if (song_->plan.transposition)
+        userControls_.SetTransposition(*song_->plan.transposition);
+    filler_.SongIsHeard();
+    HowToPlayWithMidiClock& tracker = song_->playTracker;
+    tracker.Seek(startTick_);
+    const double clockTime = tracker.GetClockTime();
+    const int clocksPerClick = tracker.GetClocksPerClick();
+    const int clockNumber = tracker.GetClockNumber();
+    sentClockTime_ = clockTime;
+    PublishSong();
+    const std::uint32_t start = startTick_;
+    const std::uint32_t ticksPerClock = song_->ticksPerClock;
+    const std::uint64_t token = song_->plan.token;
+    lock.unlock();
+    // From this clock on: it has yet to move on from it.
+    clock_->SetTickIndex(start, clockNumber, ticksPerClock, clocksPerClick, clockTime, 0);
+    if (wentOn_)
+        wentOn_(token);
+    lock.lock();
 }
 
 void PlaybackHost::Stopped() {

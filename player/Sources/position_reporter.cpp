@@ -45,8 +45,8 @@ std::string PositionReporter::Event::AsText() const {
                         marker);
 }
 
-PositionReporter::PositionReporter(const SongSource& songs, std::function<void(const Event&)> receiver)
-    : songs_(songs), receiver_(std::move(receiver)) {}
+PositionReporter::PositionReporter(const CurrentShow& show, std::function<void(const Event&)> receiver)
+    : show_(show), receiver_(std::move(receiver)) {}
 
 void PositionReporter::Report(const char* name) {
     now_.name = name;
@@ -54,7 +54,7 @@ void PositionReporter::Report(const char* name) {
 }
 
 void PositionReporter::Take(const PlaybackRecord& record) {
-    if (record.kind == PlaybackRecord::Kind::kDownbeat)
+    if (record.kind == PlaybackRecord::Kind::kDownbeat || record.kind == PlaybackRecord::Kind::kCountIn)
         return;
     if (record.kind == PlaybackRecord::Kind::kEnd) {
         // The place of the last clock, which is where the song ended.
@@ -63,7 +63,7 @@ void PositionReporter::Take(const PlaybackRecord& record) {
     }
     const bool isSong = record.kind == PlaybackRecord::Kind::kSong;
     if (isSong) {
-        song_ = songs_.GetSong(songs_.GetKey(record.song - 1));
+        song_ = show_.GetSong(record.song);
         started_ = false;
     }
     if (!song_)

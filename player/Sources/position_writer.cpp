@@ -5,18 +5,23 @@
 #include <cstring>
 #include <string>
 
+#include "player/heard_position.h"
+#include "zell/format.h"
+
 namespace player {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr std::size_t kLineWidth = 78;
-// Clicks that wait for being heard: more than fit into the longest delay.
-constexpr std::size_t kMostClicks = 16;
+// Longer than the slowest clock: the music stands still.
+constexpr auto kStandstill = 1s;
 
 }  // namespace
 
-PositionWriter::PositionWriter(Form form, Time time, const SongSource& songs, PlaybackFeed& feed)
-    : form_(form), isOffline_(time == Time::kVirtual), songs_(songs), records_(feed.Subscribe()) {
+PositionWriter::PositionWriter(Form form, Time time, const CurrentShow& show, PlaybackFeed& feed)
+    : form_(form), isOffline_(time == Time::kVirtual), show_(show), records_(feed.Subscribe()) {
     thread_ = std::thread([this] { Run(); });
 }
 
@@ -36,9 +41,11 @@ bool PositionWriter::Finish(std::chrono::milliseconds patience) {
 }
 
 void PositionWriter::Run() {
-    PositionReporter reporter(songs_, [this](const PositionReporter::Event& event) { Show(event); });
-    while (const auto record = records_->Next())
-        Take(*record, reporter);
+    PositionReporter reporter(show_, [this](const PositionReporter::Event& event) { Show(event); });
+    if (form_ == Form::kJson || isOffline_)
+        FollowRecords(reporter);
+    else
+        FollowWhatIsHeard(reporter);
     if (lineIsOpen_)
         Write("\n");
     std::fflush(stdout);
@@ -47,32 +54,39 @@ void PositionWriter::Run() {
     changed_.notify_all();
 }
 
-void PositionWriter::Take(const PlaybackRecord& record, PositionReporter& reporter) {
+void PositionWriter::FollowRecords(PositionReporter& reporter) {
+    while (const auto record = records_->Next())
+        reporter.Take(*record);
+}
+
+void PositionWriter::FollowWhatIsHeard(PositionReporter& reporter) {
     using Kind = PlaybackRecord::Kind;
-    if (form_ == Form::kJson || isOffline_) {
-        reporter.Take(record);
-        return;
-    }
-    switch (record.kind) {
-        case Kind::kClock:
-            if (record.clockNumber != 0)
-                return;
-            clicks_.push_back(record);
-            if (clicks_.size() > kMostClicks)
-                clicks_.pop_front();
-            return;
-        case Kind::kDownbeat: {
-            const auto heard = std::find_if(clicks_.begin(), clicks_.end(),
-                                            [&](const PlaybackRecord& click) { return click.tick == record.tick; });
-            if (heard == clicks_.end())
-                return;
-            const PlaybackRecord click = *heard;
-            clicks_.erase(clicks_.begin(), heard + 1);
-            reporter.Take(click);
-            return;
+    HeardPosition position;
+    std::chrono::nanoseconds now{0};
+    const auto show = [&](const PlaybackRecord& record) { ShowHeard(record, reporter); };
+    while (!records_->IsOver()) {
+        const auto record = records_->Next(kStandstill);
+        if (!record || record->kind == Kind::kEnd) {
+            position.Settle(show);
+            if (record)
+                reporter.Take(*record);
+            continue;
         }
-        case Kind::kSong:
-        case Kind::kEnd: clicks_.clear(); reporter.Take(record);
+        position.Take(*record);
+        if (record->kind == Kind::kClock || record->kind == Kind::kCountIn)
+            now = record->time;
+        position.Advance(now, show);
+        if (record->kind == Kind::kSong)
+            reporter.Take(*record);
+    }
+}
+
+void PositionWriter::ShowHeard(const PlaybackRecord& record, PositionReporter& reporter) {
+    if (record.kind == PlaybackRecord::Kind::kClock) {
+        reporter.Take(record);
+    } else if (record.clockNumber == 0) {
+        const CountInPlace place = CountInPlaceOf(record);
+        ShowLine(zell::format("%d  count-in -%d:%d", record.song, place.barsLeft, place.beat));
     }
 }
 
@@ -90,12 +104,14 @@ void PositionWriter::Show(const PositionReporter::Event& event) {
     }
     if (isSong && lineIsOpen_)
         Write("\n");
-    if (isSong || isClick) {
-        std::string line = event.AsText();
-        line.resize(std::max(line.size(), kLineWidth), ' ');
-        Write("\r" + line);
-        lineIsOpen_ = true;
-    }
+    if (isSong || isClick)
+        ShowLine(event.AsText());
+}
+
+void PositionWriter::ShowLine(std::string line) {
+    line.resize(std::max(line.size(), kLineWidth), ' ');
+    Write("\r" + line);
+    lineIsOpen_ = true;
 }
 
 void PositionWriter::Write(const std::string& text) {

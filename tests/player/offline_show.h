@@ -15,8 +15,9 @@
 #include <utility>
 #include <vector>
 
+#include "player/current_show.h"
 #include "player/playback_feed.h"
-#include "player/song_source.h"
+#include "player/show.h"
 #include "player/transport.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_output.h"
@@ -94,6 +95,22 @@ private:
     std::array<Channel, 16> channels_;
 };
 
+/// One song after another at once.
+inline std::shared_ptr<const Show> ShowOf(const std::vector<ImportedSong>& songs, ShowKind kind = ShowKind::kPrograms) {
+    ShowDocument document;
+    document.kind = kind;
+    std::vector<ShowSong> shown;
+    for (const ImportedSong& song : songs) {
+        ShowSong& one = shown.emplace_back();
+        one.key = std::to_string(shown.size());
+        one.title = song.title;
+        one.number = static_cast<int>(shown.size());
+        one.song = std::make_shared<const ImportedSong>(song);
+        document.setList.push_back({one.key, AfterSong::kGo});
+    }
+    return std::make_shared<const Show>(std::move(document), "", std::move(shown));
+}
+
 /// A show in virtual time on the platform layer with one device, steered between
 /// two clocks.
 ///
@@ -106,13 +123,16 @@ public:
         std::chrono::nanoseconds time;
         std::uint64_t clock;  // how often the steering had been called
     };
+    /// While nothing plays and the show has not ended, on the thread of Run(); once for
+    /// every change.
+    using Rest = std::function<void(OfflineShow& show, const TransportSnapshot& snapshot)>;
     /// Before every clock; the next one falls at tick.
     using Steer = std::function<void(OfflineShow& show, std::uint32_t tick)>;
 
     explicit OfflineShow(const std::vector<ImportedSong>& songs, Steer steer = {}, Transport::Settings settings = {})
         : steer_(std::move(steer)) {
-        for (const ImportedSong& song : songs)
-            songs_.Add(std::to_string(songs_.GetCount()), song);
+        if (!settings.show)
+            settings.show = ShowOf(songs);
         auto& layer = win32_layer::Layer::Instance();
         layer.Reset();
         layer.AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(
@@ -126,7 +146,7 @@ public:
         });
         records_ = feed_.Subscribe();
         settings.beforeVirtualClock = [this] { BeforeClock(); };
-        transport_ = std::make_unique<Transport>(settings, songs_, feed_);
+        transport_ = std::make_unique<Transport>(settings, show_, feed_);
         running_ = transport_.get();
         layer.SetDelivery(win32_layer::Delivery::kInline);
         layer.SetTimeSource([this] { return running_->GetHost().GetTime(); });
@@ -139,17 +159,29 @@ public:
     OfflineShow& operator=(const OfflineShow&) = delete;
 
     /// Plays until the last song is over, playing fails or the steering leaves.
-    TransportState Run() {
+    TransportState Run(const Rest& rest = {}) {
+        left_ = false;
         Do("play");
         std::uint64_t seen = 0;
         for (const auto start = std::chrono::steady_clock::now();;) {
-            const auto snapshot = running_->WaitForChange(seen, std::chrono::milliseconds(50));
+            auto snapshot = running_->WaitForChange(seen, std::chrono::milliseconds(50));
+            std::unique_lock lock(mutex_);
+            // Not while the steering is at it: what it stops it may start again.
+            if (steers_)
+                continue;
+            snapshot = running_->GetSnapshot();
+            const bool isNew = snapshot->number > seen;
             seen = snapshot->number;
-            std::lock_guard lock(mutex_);
             if (left_ || snapshot->state == TransportState::kEnded || snapshot->state == TransportState::kFault)
                 return snapshot->state;
+            if (rest && isNew && snapshot->state != TransportState::kPlaying) {
+                lock.unlock();
+                rest(*this, *snapshot);
+                lock.lock();
+            }
             if (std::chrono::steady_clock::now() - start > std::chrono::seconds(60))
-                throw std::runtime_error("the show has come to a standstill at clock " + std::to_string(clock_));
+                throw std::runtime_error("the show has come to a standstill at clock " + std::to_string(clock_) + ", " +
+                                         std::string(NameOf(snapshot->state)));
         }
     }
     CommandAnswer Do(const std::string& command) { return running_->Post(ParseCommand(command)).get(); }
@@ -160,6 +192,7 @@ public:
     }
 
     Transport& GetTransport() { return *running_; }
+    PlaybackFeed& GetFeed() { return feed_; }
     std::uint64_t GetClock() const { return clock_; }
     const Receiver& Obedient() const { return obedient_; }
     const Receiver& Deaf() const { return deaf_; }
@@ -181,14 +214,19 @@ private:
         {
             std::lock_guard lock(mutex_);
             ++clock_;
+            steers_ = true;
         }
         if (steer_)
             steer_(*this, tick);
+        {
+            std::lock_guard lock(mutex_);
+            steers_ = false;
+        }
         host.WaitForFills(1, std::chrono::seconds(20));
     }
 
     const Steer steer_;
-    SongSource songs_;
+    CurrentShow show_;
     PlaybackFeed feed_{PlaybackFeed::Lag::kGrow};
     std::shared_ptr<PlaybackFeed::Subscription> records_;
     std::mutex mutex_;
@@ -198,6 +236,7 @@ private:
     Receiver deaf_{false};
     std::uint64_t clock_ = 0;
     bool left_ = false;
+    bool steers_ = false;
     std::unique_ptr<Transport> transport_;
     Transport* running_ = nullptr;  // for the engine's threads, also while it is destroyed
 };

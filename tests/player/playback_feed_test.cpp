@@ -42,8 +42,9 @@ TEST(PlaybackFeed, EveryReaderGetsEveryRecordInOrder) {
 }
 
 TEST(PlaybackFeed, AReaderThatIsStuckLosesTheOldestAndMakesNobodyWait) {
-    for (const auto& [lag, most] : {std::pair(PlaybackFeed::Lag::kDropOldest, PlaybackFeed::Subscription::kUsualRecords),
-                                    std::pair(PlaybackFeed::Lag::kGrow, PlaybackFeed::Subscription::kMostRecords)}) {
+    for (const auto& [lag, most] :
+         {std::pair(PlaybackFeed::Lag::kDropOldest, PlaybackFeed::Subscription::kUsualRecords),
+          std::pair(PlaybackFeed::Lag::kGrow, PlaybackFeed::Subscription::kMostRecords)}) {
         PlaybackFeed feed(lag);
         const auto stuck = feed.Subscribe();
         for (std::uint32_t tick = 0; tick < most + 3; ++tick)

@@ -47,7 +47,7 @@ TEST(Transport, RefusesWhatTheStateForbidsAndSaysWhy) {
     };
     const Row standing[] = {
         {"stop", ""},
-        {"load 2", "there is no song 2"},
+        {"select song 2", "there is no song '2'; there are 1 to 1"},
         {"locate 3", "'One' has no beat 3:1; its last is 2:4"},
         {"locate 2:5", "'One' has no beat 2:5; its last is 2:4"},
         {"mute 2", "no track plays on channel 2"},
@@ -88,7 +88,7 @@ TEST(Transport, AnswersEveryCommandOfThreeThreadsAlsoWhenItIsDestroyedBeforeThei
             reached.set_value();
             release.get_future().wait();
         });
-        auto panic = show.GetTransport().Post(ParseCommand("panic"));
+        auto stop = show.GetTransport().Post(ParseCommand("stop"));
         reached.get_future().wait();
         std::vector<std::thread> posters;
         for (auto& own : answers)
@@ -99,7 +99,7 @@ TEST(Transport, AnswersEveryCommandOfThreeThreadsAlsoWhenItIsDestroyedBeforeThei
         for (std::thread& poster : posters)
             poster.join();
         release.set_value();
-        EXPECT_TRUE(IsAnswered(panic));
+        EXPECT_TRUE(IsAnswered(stop));
     }
     int unanswered = 0;
     for (auto& own : answers)
@@ -154,16 +154,16 @@ TEST(Transport, SnapshotsAreNumberedUpwardsAndTellTheState) {
     ASSERT_EQ(show.Run(), TransportState::kEnded);
     const auto last = show.GetTransport().GetSnapshot();
     EXPECT_EQ(last->song, 2u);
-    EXPECT_TRUE(last->tracks[0].muted);  // of the run, not of the song
+    EXPECT_FALSE(last->tracks[0].muted);  // of the song, not of the run
 }
 
 TEST(Transport, ADeviceThatRefusesToOpenIsReported) {
     Layer::Instance().Reset();
     Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(L"Taken"));
     Layer::Instance().Fail(Fault::kOpen, 4, 1);  // allocated
-    const SongSource songs;
+    CurrentShow show;
     PlaybackFeed feed;
-    EXPECT_THROW(Transport({}, songs, feed), MidiDeviceUnavailable);
+    EXPECT_THROW(Transport({}, show, feed), MidiDeviceUnavailable);
     EXPECT_EQ(Layer::Instance().GetCounters().openStreams, 0);
     Layer::Instance().Reset();
 }
@@ -178,20 +178,20 @@ TEST(Transport, ADeviceThatTakesNothingMoreEndsInAFaultAndHoldsNothingUp) {
     ASSERT_EQ(show.Run(), TransportState::kFault);
     const auto snapshot = show.GetTransport().GetSnapshot();
     ASSERT_FALSE(snapshot->messages.empty());
-    EXPECT_EQ(snapshot->messages.front(), "the output is lost");
+    EXPECT_EQ(snapshot->messages.front().text, "the output is lost");
     EXPECT_EQ(show.Do("play").message, "play is not possible while fault");
 }
 
 TEST(Transport, ABufferThatNeverReturnsCostsSecondsAndNotTheShow) {
     Layer::Instance().Reset();
     Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(L"Slow"));
-    SongSource songs;
-    songs.Add("1", Song("One", 1));
+    CurrentShow show;
     PlaybackFeed feed;
     {
         Transport::Settings settings;
         settings.tempoScale = 2;
-        Transport transport(settings, songs, feed);
+        settings.show = ShowOf({Song("One", 1)});
+        Transport transport(settings, show, feed);
         Layer::Instance().HoldBuffers(1);
         ASSERT_TRUE(transport.Post(ParseCommand("play")).get().done);
         std::uint64_t seen = 0;
