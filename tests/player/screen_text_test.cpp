@@ -23,7 +23,7 @@ const Keys::Time kNow{1h};
 ScreenModel Playing(int tracks = 4) {
     std::string list;
     for (int channel = 1; channel <= tracks; ++channel)
-        list += std::string(list.empty() ? "" : ",") + "{\"channel\":" + std::to_string(channel) + ",\"name\":\"Part " +
+        list += std::string(list.empty() ? "" : ",") + "{\"channel\":" + std::to_string(channel) + ",\"name\":\"Line " +
                 std::to_string(channel) + "\",\"program\":12,\"programIsUsers\":true," +
                 "\"trim\":80,\"muted\":" + (channel == 2 ? "true" : "false") + "}";
     ScreenModel model;
@@ -65,7 +65,7 @@ TEST(ScreenText, EightyByTwentyFourShowsAllOfAShow) {
          {" PLAYING  SHOW MODE  Evening", "loading 2/3  ✗ Synth STALLED 20:15:33", " 7  Zwei Brüder",
           "2 of 3 \n ██████ ", "NEXT  3  日本の歌", "GOES ON AT ONCE", "Tempo  108.0   scale 90% HELD",
           "Meter  4/4   page 12", "Key    D major  (+2)", "Marker Chorus", "Patch  Organ   click off", "Song    0:30 [",
-          "] -0:30", "of 96 bars", "Show    1:30 [", "] -1:00:30", "2 Part 2           12*  80% MUTED", "3 Part 3",
+          "] -0:30", "of 96 bars", "Show    1:30 [", "] -1:00:30", "2 Line 2           12*  80% MUTED", "3 Line 3",
           "80%       ●", "BROKEN", "#41 a buffer is late", "x PANIC", "q quit",
           // 23:1; above, the lamp of a first beat is filled from its top row on
           " ██████  ██████ ██████       ██    "})
@@ -90,7 +90,7 @@ TEST(ScreenText, FillsEveryTerminalExactlyAndInAsciiWhereItMust) {
 TEST(ScreenText, SixteenTracksFitBelowEachOther) {
     const std::string all = Joined(Draw(Playing(16), Keys(), 80, 24));
     for (int channel = 1; channel <= 16; ++channel)
-        EXPECT_THAT(all, HasSubstr(" Part " + std::to_string(channel) + " "));
+        EXPECT_THAT(all, HasSubstr(" Line " + std::to_string(channel) + " "));
 }
 
 TEST(ScreenText, TellsHowTheMusicStartsAgain) {
