@@ -246,7 +246,10 @@ private:
         members.Optional("patches", [&](const Node& node) {
             ForEach(node, 0, [&](const Node& at) { ReadPatch(at, song.patches.emplace_back()); });
         });
-        members.Optional("clickTrack", [&](const Node& node) { ReadClickTrack(node, song.clickTrack.emplace()); });
+        members.Optional("clickTrack", [&](const Node& node) {
+            song.clickTrack = ShowDocument::ClickTrack();
+            ReadClickTrack(node, *song.clickTrack);
+        });
     }
 
     void ReadTrack(const Node& node, ShowDocument::Track& track) {

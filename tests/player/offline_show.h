@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bitset>
 #include <chrono>
 #include <cstdint>
@@ -234,9 +235,9 @@ private:
     std::vector<Sent> sent_;
     Receiver obedient_{true};
     Receiver deaf_{false};
-    std::uint64_t clock_ = 0;
     bool left_ = false;
     bool steers_ = false;
+    std::atomic<std::uint64_t> clock_{0};
     std::unique_ptr<Transport> transport_;
     Transport* running_ = nullptr;  // for the engine's threads, also while it is destroyed
 };

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <set>
@@ -165,6 +166,7 @@ private:
     }
 
     void BeforeClock(OfflineShow& show, std::uint32_t tick) {
+        std::lock_guard lock(mutex_);
         const auto snapshot = show.GetTransport().GetSnapshot();
         // The transport learns a moment later that the host has gone on to a song.
         if (snapshot->song == show.GetTransport().GetHost().GetSongNumber())
@@ -207,6 +209,8 @@ private:
     }
 
     void AtRest(OfflineShow& show, const TransportSnapshot& snapshot) {
+        // The clock may begin before a command's consequences are noted.
+        std::lock_guard lock(mutex_);
         if (show.GetTransport().GetHost().IsAtPause()) {
             for (auto sent = show.GetSent().rbegin(); sent != show.GetSent().rend() && sent->clock == show.GetClock();
                  ++sent)
@@ -233,6 +237,7 @@ private:
         }
     }
 
+    std::mutex mutex_;
     RandomShow random_;
     const std::uint64_t captureAt_;
     std::optional<Capture> capture_;
