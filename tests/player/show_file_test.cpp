@@ -94,18 +94,22 @@ TEST(ShowFile, EveryFaultIsNamedAtOnceWithItsPlaceItsValueAndWhatIsAllowed) {
             "/songs/0/tempoScales/0/factor: nothing stands here: it is needed",
             "/songs/1/key: \"a\" is refused: allowed is what no other has, and /songs/0 has it already",
             "/songs/1/file: 5 is refused: allowed is the path of a MIDI file, with / between folders",
-            "/songs/1/pauses/0: \"0:1\" is refused: allowed are \"BAR\" and \"BAR:BEAT\", from 1, and a tick from 0 "
-            "to 4294901760",
+            std::string("/songs/1/pauses/0: \"0:1\" is refused: allowed are \"BAR\" and \"BAR:BEAT\", from 1, and a "
+                        "tick from 0 "
+                        "to 4294901760"),
             "/songs/1/tracks/0: no channel: allowed are \"1\" to \"16\"",
             "/songs/1/tracks/2/range: [9,2] is refused: allowed are the lowest and the highest note: [36, 96]",
-            "/songs/1/marker: [] stands under an unknown name: the nearest known is \"markers\" of \"key\", \"file\", "
-            "\"number\", \"title\", \"start\", \"countInBars\", \"tempoScales\", \"transpositions\", \"clicks\", "
-            "\"markers\", \"pages\", \"pauses\", \"tracks\", \"patches\", \"clickTrack\"",
+            std::string(
+                "/songs/1/marker: [] stands under an unknown name: the nearest known is \"markers\" of \"key\", "
+                "\"file\", "
+                "\"number\", \"title\", \"start\", \"countInBars\", \"tempoScales\", \"transpositions\", \"clicks\", "
+                "\"markers\", \"pages\", \"pauses\", \"tracks\", \"patches\", \"clickTrack\""),
             "/setList/0/song: \"A\" is refused: allowed are the keys of the songs, of which the nearest is \"a\"",
             "/setList/0/then: \"play\" is refused: allowed are \"stop\", \"wait\", \"go\"",
             "/timeCode: 1 is refused: allowed is an object: {...}",
-            "/titel: \"T\" stands under an unknown name: the nearest known is \"title\" of \"title\", \"kind\", "
-            "\"groups\", \"trims\", \"mutes\", \"songs\", \"setList\", \"timeCode\"",
+            std::string(
+                "/titel: \"T\" stands under an unknown name: the nearest known is \"title\" of \"title\", \"kind\", "
+                "\"groups\", \"trims\", \"mutes\", \"songs\", \"setList\", \"timeCode\""),
         }));
     try {
         ParseShowFile(WithSong("\"number\": 0, \"title\": 1"), "shows/a.json");
