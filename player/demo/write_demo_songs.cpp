@@ -1,24 +1,6 @@
 // Writes the demo songs into a folder: write_demo_songs player/demo
-#include <cstdio>
-#include <exception>
-#include <filesystem>
+#include "player/demo/song_writing.h"
 
-#include "player/atomic_file.h"
-#include "player/demo/demo_songs.h"
-#include "player/midi_file_writer.h"
-
-int main(int count, char** arguments) try {
-    if (count != 2) {
-        std::fputs("usage: write_demo_songs FOLDER\n", stderr);
-        return 2;
-    }
-    for (const player::DemoSong& song : player::DemoSongs()) {
-        player::AtomicFile file(std::filesystem::path(arguments[1]) / song.fileName);
-        file.Write(player::MidiFileWriter(player::MidiFileWriter::RunningStatus::kUse).Bytes(song.file));
-        file.Commit();
-    }
-    return 0;
-} catch (const std::exception& failure) {
-    std::fprintf(stderr, "%s\n", failure.what());
-    return 1;
+int main(int count, char** arguments) {
+    return player::WriteSongs("write_demo_songs", count, arguments, player::DemoSongs());
 }

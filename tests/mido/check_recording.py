@@ -32,20 +32,25 @@ BEFORE = kinds("bend,controller,program")
 AFTER = kinds("off,bend,controller,program")
 
 
+def events_of(midi):
+    """Of all tracks, as (tick, message) in the order of playing; and the tick at which the last track ends."""
+    events = []
+    end = 0
+    for track in midi.tracks:
+        tick = 0
+        for message in track:
+            tick += message.time
+            events.append((tick, message))
+        end = max(end, tick)
+    return sorted(events, key=lambda event: event[0]), end  # stable: track by track
+
+
 class Song:
     """A file as its composer meant it: messages by channel as (seconds, seconds of a clock there, bytes)."""
 
     def __init__(self, path, tempos_by_clock=False):
         midi = mido.MidiFile(path)
-        events = []
-        end = 0
-        for track in midi.tracks:
-            tick = 0
-            for message in track:
-                tick += message.time
-                events.append((tick, message))
-            end = max(end, tick)
-        events.sort(key=lambda event: event[0])  # stable: track by track
+        events, end = events_of(midi)
         self.set_times(midi.ticks_per_beat, events, tempos_by_clock)
         self.channels = [[] for _ in range(16)]
         for tick, message in events:

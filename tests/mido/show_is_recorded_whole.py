@@ -17,10 +17,13 @@ import tempfile
 
 import mido
 
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+import check_recording  # noqa: E402
+
 PERCUSSION = 9
 
 
-def bar_tick(place, midi, beats):
+def bar_tick(place, beats):
     """Of "BAR[:BEAT]" or of a tick of the file."""
     if not isinstance(place, str):
         return place
@@ -28,14 +31,11 @@ def bar_tick(place, midi, beats):
     return beats[(int(bar), int(beat or 1))]
 
 
-def lay_out_beats(midi, end):
+def lay_out_beats(midi, events, end):
     meters = {0: (4, 4)}
-    for track in midi.tracks:
-        tick = 0
-        for message in track:
-            tick += message.time
-            if message.type == "time_signature":
-                meters[tick] = (message.numerator, message.denominator)
+    for tick, message in events:
+        if message.type == "time_signature":
+            meters[tick] = (message.numerator, message.denominator)
     beats = {}
     changes = sorted(meters) + [end]
     bar = 0
@@ -56,20 +56,13 @@ def lay_out_beats(midi, end):
 def notes_of_song(path, entry):
     """Note-ons by channel as (note, note that is held)."""
     midi = mido.MidiFile(path)
-    events = []
-    end = 0
-    for track in midi.tracks:
-        tick = 0
-        for message in track:
-            tick += message.time
-            events.append((tick, message))
-        end = max(end, tick)
-    beats = lay_out_beats(midi, end)
-    spans = [(bar_tick(span["from"], midi, beats), bar_tick(span["to"], midi, beats), span["semitones"])
+    events, end = check_recording.events_of(midi)
+    beats = lay_out_beats(midi, events, end)
+    spans = [(bar_tick(span["from"], beats), bar_tick(span["to"], beats), span["semitones"])
              for span in entry.get("transpositions", [])]
-    start = bar_tick(entry.get("start", 0), midi, beats)
+    start = bar_tick(entry.get("start", 0), beats)
     channels = [[] for _ in range(16)]
-    for tick, message in sorted(events, key=lambda event: event[0]):
+    for tick, message in events:
         if message.type != "note_on" or message.velocity == 0 or tick < start:
             continue
         shift = sum(semitones for first, stop, semitones in spans if first <= tick < stop)
