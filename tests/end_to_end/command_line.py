@@ -93,7 +93,7 @@ def refused(case, arguments, *words, lines=1):
     same(sorted(os.listdir(case.folder)), before, "files left behind:")
 
 
-def bad_files_are_refused_in_one_line_and_leave_nothing(case):
+def bad_files_are_refused_in_one_line_and_change_nothing(case):
     song = case.song()
     whole = song.read_bytes()
     header = b"MThd\0\0\0\6\0\1\0\1\1\xe0"
@@ -113,14 +113,13 @@ def bad_files_are_refused_in_one_line_and_leave_nothing(case):
         case.file(name, content)
         refused(case, ["play", "--offline", "--record", case.out, name], name)
         refused(case, ["inspect", name], name)
-    refused(case, ["play", "--offline", "--record", case.out, song, "truncated.mid"], "truncated.mid", "byte")
-
-
-def unreadable_paths_are_refused(case):
     (case.folder / "folder.mid").mkdir()
-    refused(case, ["play", "--offline", "missing.mid"], "missing.mid")
-    refused(case, ["play", "--offline", "folder.mid"], "folder.mid")
-    refused(case, ["inspect", "missing.mid"], "missing.mid")
+    for name in ("missing.mid", "folder.mid"):
+        refused(case, ["play", "--offline", name], name)
+        refused(case, ["inspect", name], name)
+    case.out.write_bytes(b"the old one")
+    refused(case, ["play", "--offline", "--record", case.out, song, "truncated.mid"], "truncated.mid", "byte")
+    same(case.out.read_bytes(), b"the old one")
 
 
 def wrong_requests_are_refused_before_anything_plays(case):
@@ -129,14 +128,11 @@ def wrong_requests_are_refused_before_anything_plays(case):
     refused(case, [*play, "--no-such-option", song], "--no-such-option", lines=0)
     refused(case, [], lines=0)
     refused(case, ["play"], lines=0)
-    refused(case, [*play, "--tempo-scale", "3", song], "--tempo-scale", lines=0)
-    refused(case, [*play, "--tempo-scale", "0.49", song], "--tempo-scale", lines=0)
-    refused(case, [*play, "--tempo-scale", "nan", song], "--tempo-scale", lines=0)
-    refused(case, [*play, "--transpose", "13", song], "--transpose", lines=0)
-    refused(case, [*play, "--mute", "0", song], "--mute", lines=0)
-    refused(case, [*play, "--mute", "17", song], "--mute", lines=0)
+    for option, values in {"--tempo-scale": ("3", "0.49", "nan"), "--transpose": ("13",), "--mute": ("0", "17"),
+                           "--from": ("0",)}.items():
+        for value in values:
+            refused(case, [*play, option, value, song], option, lines=0)
     refused(case, [*play, "--from", "10", song], "10:1")
-    refused(case, [*play, "--from", "0", song], "--from", lines=0)
     refused(case, [*play, "--to", "3", "--from", "3", song], "--to")
     refused(case, [*play, "--to", "3", song, song], "single file")
     refused(case, [*play, "--output", "Nonesuch", song], "Nonesuch")
@@ -147,19 +143,7 @@ def wrong_requests_are_refused_before_anything_plays(case):
     refused(case, [*play, "--script", case.folder / "missing", song], "missing")
 
 
-def a_refused_run_keeps_the_old_recording(case):
-    case.out.write_bytes(b"the old one")
-    same(case.player("play", "--offline", "--record", case.out, "missing.mid").returncode, 2)
-    same(case.out.read_bytes(), b"the old one")
-
-
-def help_devices_and_inspect_answer(case):
-    run = case.player("play", "--help")
-    same(run.returncode, 0)
-    for option in ("--offline", "--record", "--output", "--tempo-scale", "--transpose", "--mute", "--from", "--to",
-                   "--json", "--script"):
-        if option not in run.stdout:
-            raise AssertionError(f"no {option} in the help")
+def devices_and_inspect_answer(case):
     run = case.player("devices")
     same((run.returncode, "Virtual MIDI Output" in run.stdout), (0, True))
     run = case.player("inspect", *DEMO)
@@ -290,11 +274,9 @@ def real_files_are_played_whole(case):
 
 
 TESTS = [
-    bad_files_are_refused_in_one_line_and_leave_nothing,
-    unreadable_paths_are_refused,
+    bad_files_are_refused_in_one_line_and_change_nothing,
     wrong_requests_are_refused_before_anything_plays,
-    a_refused_run_keeps_the_old_recording,
-    help_devices_and_inspect_answer,
+    devices_and_inspect_answer,
     from_and_to_hold_to_the_tick,
     controls_at_the_start_are_heard,
     a_script_steers_between_clocks,

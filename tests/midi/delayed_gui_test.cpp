@@ -5,12 +5,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
+#include "tests/midi/arrivals.h"
 #include "tests/midi/console_capture.h"
 #include "tests/midi/exception_capture.h"
 #include "tests/midi/patience.h"
@@ -24,34 +23,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Arrival {
-    std::uint32_t tickIndex;
-    Clock::time_point time;
-    std::thread::id thread;
-};
-
-/// What a display is told, and when.
-class Display {
-public:
-    std::function<void(std::uint32_t)> Callback() {
-        return [this](std::uint32_t tickIndex) {
-            {
-                std::lock_guard lock(mutex_);
-                arrivals_.push_back({tickIndex, Clock::now(), std::this_thread::get_id()});
-            }
-            count_.Add();
-        };
+/// What a display is told.
+struct Display : Arrivals<std::uint32_t> {
+    std::vector<Arrival> Await(int count) {
+        EXPECT_TRUE(WaitFor(count));
+        return Get();
     }
-    std::vector<Arrival> WaitFor(int count) {
-        EXPECT_TRUE(count_.WaitFor(count));
-        std::lock_guard lock(mutex_);
-        return arrivals_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<Arrival> arrivals_;
-    Count count_;
 };
 
 class DelayedGuiThread : public testing::Test {
@@ -66,17 +43,17 @@ TEST_F(DelayedGuiThread, EntriesArriveInOrderOnePerDelayOnTheThreadOfItsOwn) {
     const auto begin = Clock::now();
     for (const std::uint32_t tickIndex : {480u, 960u, 0u})
         gui.SignalDelayedCallback(tickIndex);
-    const auto arrivals = display.WaitFor(3);
+    const auto arrivals = display.Await(3);
     ASSERT_EQ(arrivals.size(), 3u);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(arrivals[i].tickIndex, std::vector<std::uint32_t>({480, 960, 0})[i]);
+        EXPECT_EQ(arrivals[i].value, std::vector<std::uint32_t>({480, 960, 0})[i]);
         EXPECT_GE(arrivals[i].time - begin, 50ms * (i + 1)) << i;
         EXPECT_NE(arrivals[i].thread, std::this_thread::get_id());
         EXPECT_EQ(arrivals[i].thread, arrivals[0].thread);
     }
     gui.SetSecondsDelay(0);
     gui.SignalDelayedCallback(1);
-    EXPECT_EQ(display.WaitFor(4).back().tickIndex, 1u);
+    EXPECT_EQ(display.Await(4).back().value, 1u);
     EXPECT_FALSE(gui.HasScheduledCallbacks());
 }
 
@@ -87,9 +64,9 @@ TEST_F(DelayedGuiThread, WhatIsSignalledAfterAResetGetsItsWholeDelay) {
     gui.Reset();
     const auto signalled = Clock::now();
     gui.SignalDelayedCallback(2);
-    const auto arrivals = display.WaitFor(1);
+    const auto arrivals = display.Await(1);
     ASSERT_EQ(arrivals.size(), 1u);
-    EXPECT_EQ(arrivals[0].tickIndex, 2u);
+    EXPECT_EQ(arrivals[0].value, 2u);
     EXPECT_GE(arrivals[0].time - signalled, 200ms);
 }
 
@@ -134,8 +111,8 @@ TEST_F(DelayedGuiThread, TwoAtOnceDoNotShareTheTimerOfOneName) {
     slow.SignalDelayedCallback(1);
     for (std::uint32_t i = 0; i < 5; ++i)
         quick.SignalDelayedCallback(i);
-    EXPECT_LT(other.WaitFor(5).back().time - begin, 2s);  // that is where a timer that was taken away gives up
-    EXPECT_GE(display.WaitFor(1).front().time - begin, 400ms);
+    EXPECT_LT(other.Await(5).back().time - begin, 2s);  // that is where a timer that was taken away gives up
+    EXPECT_GE(display.Await(1).front().time - begin, 400ms);
 }
 
 TEST_F(DelayedGuiThread, ATimerThatFailsDelaysNothingAndIsReported) {
@@ -145,7 +122,7 @@ TEST_F(DelayedGuiThread, ATimerThatFailsDelaysNothingAndIsReported) {
         Display shown;
         DelayedGui gui(shown.Callback(), 0.22);
         gui.SignalDelayedCallback(7);
-        EXPECT_EQ(shown.WaitFor(1).front().tickIndex, 7u);
+        EXPECT_EQ(shown.Await(1).front().value, 7u);
         EXPECT_EQ(console.Take(), "WARNING: DelayedGui returned early with waitResult = 4294967295\n");
     }
 }

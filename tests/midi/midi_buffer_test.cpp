@@ -20,53 +20,6 @@ std::unique_ptr<MidiBuffer> Buffer(std::uint8_t ports = 2) {
     return std::unique_ptr<MidiBuffer>(CreateMidiBuffer(ports, 1200, "Cycle"));
 }
 
-TEST(MidiBuffer, SilencingIsAskedForOnceAndNeverByAFirstCycle) {
-    const auto buffer = Buffer();
-    buffer->SetShouldSendAllNotesOff();
-    buffer->SetShouldSendAllCCsOff();
-    EXPECT_TRUE(buffer->GetShouldSendAllNotesOff());
-    EXPECT_FALSE(buffer->GetShouldSendAllNotesOff());
-    EXPECT_TRUE(buffer->GetShouldSendAllCCsOff());
-    EXPECT_FALSE(buffer->GetShouldSendAllCCsOff());
-
-    buffer->SetIsFirstBuffer();
-    buffer->SetShouldSendAllNotesOff();
-    buffer->SetShouldSendAllCCsOff();
-    EXPECT_FALSE(buffer->GetShouldSendAllNotesOff());
-    EXPECT_FALSE(buffer->GetShouldSendAllCCsOff());
-}
-
-TEST(MidiBuffer, ResetEmptiesTheCycleAndKeepsWhatOutlivesIt) {
-    const auto buffer = Buffer();
-    buffer->SetShouldSendAllNotesOff();
-    buffer->SetShouldSendAllCCsOff();
-    buffer->SetIsFirstBuffer();
-    buffer->SetTickIndex(960);
-    buffer->SetClockNumber(7);
-    buffer->SetClocksPerClick(24);
-    buffer->SetTimeCodeSeconds(1.5);
-    buffer->SetNextTimeCodeSeconds(1.75);
-    buffer->SetPluginIds({4, {5, 6}});
-    buffer->AddEventToBuffer(1, {0, 0x90, 0, 60, 100});
-    buffer->SetIsLastBuffer(true);
-    buffer->Reset();
-
-    EXPECT_FALSE(buffer->GetShouldSendAllNotesOff());
-    EXPECT_FALSE(buffer->GetIsFirstBuffer());
-    EXPECT_FALSE(buffer->GetIsLastBuffer());
-    EXPECT_EQ(buffer->GetTickIndex(), 0u);
-    EXPECT_EQ(buffer->GetClockNumber(), 0);
-    EXPECT_EQ(buffer->GetPortEventCount(1), 0);
-    EXPECT_FALSE(buffer->GetHasPluginIds());
-    MustEnd("a reset buffer needs data", [&] { buffer->WaitUntilNeedsData(); });
-
-    EXPECT_TRUE(buffer->GetShouldSendAllCCsOff());
-    EXPECT_EQ(buffer->GetClockTimeSeconds(120), 1.0 / 48);
-    EXPECT_EQ(buffer->GetTimeCodeSeconds(), 1.5);
-    EXPECT_EQ(buffer->GetNextTimeCodeSeconds(), 1.75);
-    EXPECT_EQ(buffer->GetOnDeckPluginIds(), MidiBuffer::PluginIds(4, {5, 6}));
-}
-
 TEST(MidiBuffer, AnUnfilledCycleIsGivenUpAfterOneSecond) {
     const auto buffer = Buffer();
     buffer->SetIsLastBuffer(false);  // hands nothing over

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -15,6 +16,7 @@
 
 #include "midi/invalid_voice_event.h"
 #include "midi/midi_device_unavailable.h"
+#include "tests/midi/arrivals.h"
 #include "tests/midi/console_capture.h"
 #include "tests/midi/exception_capture.h"
 #include "tests/midi/output_rig.h"
@@ -95,16 +97,12 @@ TEST(MidiOutput, PrimingIsRefusedWhileArmedAndWithoutTheHostLock) {
     EXPECT_TRUE(rig.output->ArmPlayback());  // nothing has changed
 
     std::unique_lock host(rig.hostMutex);
-    EXPECT_THROW(
-        {
-            try {
-                rig.output->PrimeBuffers(host);
-            } catch (const std::logic_error& error) {
-                EXPECT_STREQ(error.what(), "PrimeBuffers() must only be called when playback is stopped.");
-                throw;
-            }
-        },
-        std::logic_error);
+    try {
+        rig.output->PrimeBuffers(host);
+        ADD_FAILURE() << "primed while armed";
+    } catch (const std::logic_error& error) {
+        EXPECT_STREQ(error.what(), "PrimeBuffers() must only be called when playback is stopped.");
+    }
     EXPECT_TRUE(host.owns_lock());
     EXPECT_TRUE(rig.output->PlaybackIsActive());
     EXPECT_THAT(console.Take(), StartsWith("PrimeBuffers called with playback_ enabled.\n"));
@@ -229,16 +227,8 @@ TEST(MidiOutput, PlaybackEndsAtTheLastCycleOrACaesuraWithOneStoppedCallback) {
 
 TEST(MidiOutput, TheDisplayHearsOfClicksOnlyAndOfNoneFromBeforeADisarm) {
     OutputRig rig;
-    std::mutex mutex;
-    std::vector<std::uint32_t> ticks;
-    Count heard;
-    rig.downbeat = [&](std::uint32_t tick) {
-        {
-            std::lock_guard lock(mutex);
-            ticks.push_back(tick);
-        }
-        heard.Add();
-    };
+    Arrivals<std::uint32_t> heard;
+    rig.downbeat = heard.Callback();
     rig.Start();
     rig.clock.Pulse(1);
     rig.output->DisarmPlayback();  // tick 0 is still being held back
@@ -252,7 +242,10 @@ TEST(MidiOutput, TheDisplayHearsOfClicksOnlyAndOfNoneFromBeforeADisarm) {
     rig.clock.Pulse(30);  // cycles 0 to 3, then 28 to 53
     EXPECT_TRUE(heard.WaitFor(2));
     rig.output.reset();
-    EXPECT_THAT(ticks, ElementsAre(0, 960));
+    const auto clicks = heard.Get();
+    ASSERT_EQ(clicks.size(), 2u);
+    EXPECT_EQ(clicks[0].value, 0u);
+    EXPECT_EQ(clicks[1].value, 960u);
 }
 
 TEST(MidiOutput, TheDelayOfTheDisplayMovesInStepsBetweenItsLimitsAndIsTold) {
@@ -272,44 +265,29 @@ TEST(MidiOutput, TheDelayOfTheDisplayMovesInStepsBetweenItsLimitsAndIsTold) {
 }
 
 TEST(MidiOutput, MessagesOutsideTheSongGoToTheirTrack) {
-    struct Row {
-        const char* name;
-        std::function<void(MidiOutput&)> send;
-        std::vector<Bytes> played;
-        std::size_t buffers;
-    };
-    const Row rows[] = {
-        {"notes off", [](MidiOutput& o) { o.SendAllNotesOff(0x05); }, {{0xB5, 123, 0}, {0xB5, 121, 0}}, 2},
-        {"volume", [](MidiOutput& o) { o.SetTrackVolume(0x0F, 127); }, {{0xBF, 7, 127}}, 1},
-        {"pan", [](MidiOutput& o) { o.SetTrackPan(0x23, 64); }, {{0xBF, 10, 64}}, 1},
-        {"bank", [](MidiOutput& o) { o.SetTrackBank(0x02, 3); }, {{0xB2, 0, 3}}, 1},
-        {"program", [](MidiOutput& o) { o.SetTrackProgramId(0x02, 9); }, {{0xC2, 9}}, 1},
-        {"volumes",
-         [](MidiOutput& o) {
-             o.SetAllTracksVolume({{0x00, 100}, {0x03, 80}, {0x11, 90}});
-         },
-         {{0xB0, 7, 100}, {0xB3, 7, 80}, {0xBF, 7, 90}},
-         2},
-        {"pans",
-         [](MidiOutput& o) {
-             o.SetAllTracksPan({{0x01, 0}, {0x00, 64}});
-         },
-         {{0xB0, 10, 64}, {0xB1, 10, 0}},
-         1},
-        {"programs",
-         [](MidiOutput& o) {
-             o.SetAllTracksProgramId({{0x00, 1}, {0x07, 2}});
-         },
-         {{0xC0, 1}, {0xC7, 2}},
-         1},
-        {"none", [](MidiOutput& o) { o.SetAllTracksVolume({}); }, {}, 0}};
     OutputRig rig;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        row.send(*rig.output);
-        EXPECT_EQ(rig.device->GetBufferCount(), row.buffers);
-        EXPECT_EQ(rig.TakePlayed(), row.played);
-    }
+    const auto expectPlayed = [&rig](const std::vector<Bytes>& played, std::size_t buffers) {
+        EXPECT_EQ(rig.device->GetBufferCount(), buffers);
+        EXPECT_EQ(rig.TakePlayed(), played);
+    };
+    rig.output->SendAllNotesOff(0x05);
+    expectPlayed({{0xB5, 123, 0}, {0xB5, 121, 0}}, 2);
+    rig.output->SetTrackVolume(0x0F, 127);
+    expectPlayed({{0xBF, 7, 127}}, 1);
+    rig.output->SetTrackPan(0x23, 64);
+    expectPlayed({{0xBF, 10, 64}}, 1);
+    rig.output->SetTrackBank(0x02, 3);
+    expectPlayed({{0xB2, 0, 3}}, 1);
+    rig.output->SetTrackProgramId(0x02, 9);
+    expectPlayed({{0xC2, 9}}, 1);
+    rig.output->SetAllTracksVolume({{0x00, 100}, {0x03, 80}, {0x11, 90}});
+    expectPlayed({{0xB0, 7, 100}, {0xB3, 7, 80}, {0xBF, 7, 90}}, 2);
+    rig.output->SetAllTracksPan({{0x01, 0}, {0x00, 64}});
+    expectPlayed({{0xB0, 10, 64}, {0xB1, 10, 0}}, 1);
+    rig.output->SetAllTracksProgramId({{0x00, 1}, {0x07, 2}});
+    expectPlayed({{0xC0, 1}, {0xC7, 2}}, 1);
+    rig.output->SetAllTracksVolume({});
+    expectPlayed({}, 0);
     // 0x1003 is on port 256, which must not become port 0.
     for (const std::uint16_t track : {0x30, 0x1003, 0xFFFF}) {
         EXPECT_THROW(rig.output->SetTrackVolume(track, 1), std::out_of_range) << track;
@@ -340,17 +318,13 @@ struct BadOutput : MidiOutput {
 };
 
 TEST(MidiOutput, AnInvalidEventIsReportedByItsSenderAndOtherErrorsPassWithoutALock) {
+    const std::map<std::uint16_t, std::uint8_t> track{{0, 1}};
     const std::pair<std::function<void(MidiOutput&)>, const char*> rows[] = {
         {[](MidiOutput& o) { o.AllNotesOff(); }, "InvalidVoiceEvent MidiOutput::AllNotesOff\n"},
         {[](MidiOutput& o) { o.AllCCsOff(); }, "InvalidVoiceEvent MidiOutput::AllCCsOff\n"},
         {[](MidiOutput& o) { o.SetTrackPan(0, 1); }, "InvalidVoiceEvent MidiOutput::InjectSingleEvent\n"},
-        {[](MidiOutput& o) {
-             o.SetAllTracksPan({{0, 1}});
-         },
-         "InvalidVoiceEvent MidiOutput::SetAllTracksCc\n"},
-        {[](MidiOutput& o) {
-             o.SetAllTracksProgramId({{0, 1}});
-         },
+        {[=](MidiOutput& o) { o.SetAllTracksPan(track); }, "InvalidVoiceEvent MidiOutput::SetAllTracksCc\n"},
+        {[=](MidiOutput& o) { o.SetAllTracksProgramId(track); },
          "InvalidVoiceEvent MidiOutput::SetAllTracksProgramId\n"}};
     HandClock clock;
     std::recursive_mutex hostMutex;

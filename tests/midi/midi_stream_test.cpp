@@ -32,8 +32,7 @@ struct Stream {
     AmbrelMidiStream stream;
     RecordingMidiBuffer buffer;
 
-    explicit Stream(const SongBuilder& song, std::size_t capacity = RecordingMidiBuffer::kNoLimit)
-        : stream(song.BuildSong(), scaler), buffer(capacity) {}
+    explicit Stream(const SongBuilder& song) : stream(song.BuildSong(), scaler) {}
 
     std::vector<std::string> Cycle(std::uint32_t tickIndex, signed char transposition = 0) {
         stream.EnqueueEvents(tickIndex, transposition, buffer, false);
@@ -71,19 +70,6 @@ SongBuilder OneTrack() {
                 {80, 0x80, 1, 62, 0},
                 {90, 0x80, 1, 30, 0}});
     return song.EndAt(96);
-}
-
-TEST(MidiStream, ACycleTakesTheEventsBeforeItsTickTrackByTrack) {
-    SongBuilder song(kResolution);
-    song.Track(0x12, "Flute", 0, 127, 0, {{0, 0x90, 0x12, 70, 1}, {5, 0x80, 0x12, 70, 2}})
-        .Track(0x03, "Oboe", 0, 127, 0, {{3, 0x90, 0x03, 71, 3}, {4, 0xA0, 0x03, 71, 4}, {6, 0x80, 0x03, 71, 5}})
-        .EndAt(48);
-    Stream show(song);
-    EXPECT_THAT(show.Cycle(5), ElementsAre("0@3 93 47 03", "0@4 a3 47 04", "1@0 92 46 01"));
-    EXPECT_THAT(show.Cycle(5), IsEmpty());
-    EXPECT_THAT(show.Cycle(6), ElementsAre("1@5 82 46 02"));
-    EXPECT_THAT(show.Cycle(48), ElementsAre("0@6 83 47 05"));
-    EXPECT_EQ(show.buffer.GetTimesDone(), 4);
 }
 
 TEST(MidiStream, ATrackBeyondThePortsIsNotPlayedOnSomebodyElses) {
@@ -217,15 +203,6 @@ TEST(MidiStream, ATrackHasAStateUpToTheBeatAfterItsLastEventAndOneInTheSongsLast
                 ElementsAre("0@3 81 3c 01", "0@0 e1 00 40", "0@50 e2 00 47", "0@0 e3 00 40"));
 }
 
-TEST(MidiStream, WithoutSnapshotsItSeeksAsInAnEmptySong) {
-    MidiStream stream(OneTrack().BuildSong());
-    RecordingMidiBuffer buffer;
-    stream.Seek(40);
-    stream.EnqueueInitialEvents(96, 0, buffer);
-    EXPECT_THAT(buffer.Take(), IsEmpty());
-    EXPECT_EQ(buffer.GetTimesDone(), 1);
-}
-
 TEST(MidiStream, AMutedTrackDropsItsEventsAndIsChasedWhenItReturns) {
     const struct {
         const char* how;
@@ -313,17 +290,6 @@ TEST(MidiStream, AUsersProgramHoldsAgainstTheSongsUntilTheSongIsFollowedAgain) {
     EXPECT_THAT(show.InitialCycle(5), ElementsAre("0@0 e1 00 40", "0@0 c1 05 00"));
 }
 
-TEST(MidiStream, AFullPortHoldsBackItsTrackAndTheTracksAfterIt) {
-    SongBuilder song(kResolution);
-    song.Track(1, "", 0, 127, 0, {{0, 0x90, 1, 60, 1}, {1, 0x90, 1, 61, 1}, {2, 0x90, 1, 62, 1}})
-        .Track(2, "", 0, 127, 0, {{0, 0x90, 2, 60, 2}})
-        .Track(0x13, "", 0, 127, 0, {{0, 0x90, 3, 60, 3}})
-        .EndAt(48);
-    Stream show(song, 2);
-    EXPECT_THAT(show.Cycle(3), ElementsAre("0@0 91 3c 01", "0@1 91 3d 01"));
-    EXPECT_THAT(show.Cycle(4), ElementsAre("0@2 91 3e 01", "0@0 92 3c 02", "1@0 93 3c 03"));
-}
-
 TEST(MidiStream, ACopyOwnsAllThatItGoesOnWith) {
     auto original = std::make_unique<Stream>(OneTrack());
     original->InitialCycle(10);
@@ -345,6 +311,14 @@ TEST(MidiStream, ACopyOwnsAllThatItGoesOnWith) {
         stream->EnqueueInitialEvents(9, 0, buffer);
         EXPECT_EQ(buffer.Take().size(), 5u);
     }
+}
+
+TEST(MidiStream, WithoutSnapshotsItSeeksAsInAnEmptySong) {
+    MidiStream stream(OneTrack().BuildSong());
+    RecordingMidiBuffer buffer;
+    stream.Seek(40);
+    stream.EnqueueInitialEvents(96, 0, buffer);
+    EXPECT_THAT(buffer.Take(), IsEmpty());
 }
 
 }  // namespace

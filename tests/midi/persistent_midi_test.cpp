@@ -1,6 +1,5 @@
 #include "midi/persistent_midi.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -14,12 +13,11 @@ using vemo_midi::VoiceEvent;
 namespace {
 
 using Range = std::pair<unsigned char, unsigned char>;
-using Events = PersistentMIDI::Events;
 
 constexpr Range kEveryNote{0, 127};
 constexpr Range kNoNote{255, 255};
 
-std::vector<int> Numbers(const Events& events) {
+std::vector<int> Numbers(const PersistentMIDI::Events& events) {
     std::vector<int> numbers;
     for (const auto& [number, event] : events)
         numbers.push_back(number);
@@ -68,20 +66,6 @@ TEST(PersistentMIDI, ANoteOffEndsTheNoteAlsoWhereTheRangeWasSetInBetween) {
     EXPECT_TRUE(state.GetSwitches().empty());
 }
 
-TEST(PersistentMIDI, KeepsTheLastControllerProgramAndBend) {
-    PersistentMIDI state(kEveryNote);
-    EXPECT_FALSE(state.HasProgramChange());
-    EXPECT_FALSE(state.GetHasPitchBend());
-    for (const auto& event : {Control(7, 90), Control(64, 127), Control(7, 80), VoiceEvent(40, 0xC0, 3, 5, 0),
-                              VoiceEvent(41, 0xC0, 3, 6, 0), VoiceEvent(42, 0xE0, 3, 1, 65)})
-        state.AddEvent(event);
-    EXPECT_EQ(state.GetCCs(), (Events{{7, Control(7, 80)}, {64, Control(64, 127)}}));
-    EXPECT_TRUE(state.HasProgramChange());
-    EXPECT_EQ(state.GetProgramChange(), VoiceEvent(41, 0xC3, 3, 6, 0));
-    EXPECT_TRUE(state.GetHasPitchBend());
-    EXPECT_EQ(state.GetPitchBend(), VoiceEvent(42, 0xE3, 3, 1, 65));
-}
-
 TEST(PersistentMIDI, TransposesByFoldingOneOctaveAndMoreOnlyToStayANote) {
     const struct {
         Range range;
@@ -101,52 +85,6 @@ TEST(PersistentMIDI, TransposesByFoldingOneOctaveAndMoreOnlyToStayANote) {
             row.transposed)
             << row.note << " by " << row.semitones << " in " << int{row.range.first};
     }
-}
-
-TEST(PersistentMIDI, RecordsAsWrittenAndReturnsTheEventTransposedWhereItIsANoteInRange) {
-    const struct {
-        VoiceEvent event, sent;
-    } cases[] = {
-        {On(60), On(62)},
-        {Off(60), Off(62)},
-        {On(73), On(73)},
-        {Off(73), Off(73)},
-        {Control(60, 1), Control(60, 1)},
-        {VoiceEvent(0, 0xA0, 3, 60, 9), VoiceEvent(0, 0xA0, 3, 60, 9)},
-        {VoiceEvent(0, 0xC0, 3, 60, 0), VoiceEvent(0, 0xC0, 3, 60, 0)},
-        {VoiceEvent(0, 0xE0, 3, 60, 9), VoiceEvent(0, 0xE0, 3, 60, 9)},
-    };
-    for (const auto& row : cases) {
-        PersistentMIDI state({48, 72});
-        EXPECT_EQ(state.AddEvent(row.event, 2), row.sent) << int{row.event.message.status};
-    }
-    PersistentMIDI state({48, 72});
-    state.AddEvent(On(60), 2);
-    EXPECT_EQ(state.GetNotes(), (Events{{60, On(60)}}));
-}
-
-TEST(PersistentMIDI, TheInverseEndsWhatIsHeldOnItsChannelButForTheExclusions) {
-    PersistentMIDI state({48, 72});
-    for (const auto& event : {On(60), On(61), On(30), On(31), Control(64, 127), Control(1, 5)})
-        state.AddEvent(event);
-    EXPECT_EQ(state.GetInverseNotes({}), (Events{{60, {10, 0x83, 0, 60, 100}}, {61, {10, 0x83, 0, 61, 100}}}));
-    EXPECT_EQ(state.GetInverseSwitches({{30, On(30)}}), (Events{{31, {10, 0x83, 0, 31, 100}}}));
-    EXPECT_EQ(state.GetInverseCCs({{1, Control(1, 0)}}), (Events{{64, {30, 0xB3, 0, 64, 0}}}));
-}
-
-TEST(PersistentMIDI, FilteringTakesNotesAndSwitchesOutAndLeavesControllers) {
-    PersistentMIDI state({48, 72});
-    for (const auto& event : {On(60), On(61), On(30), Control(64, 127)})
-        state.AddEvent(event);
-    EXPECT_TRUE(state.FilterNotes({{62, Off(62)}, {30, Off(30)}}).empty());
-    EXPECT_EQ(Numbers(state.GetNotes()), (std::vector{60, 61}));
-
-    EXPECT_EQ(state.FilterNotes({{60, Off(60)}, {62, Off(62)}}), (Events{{60, Off(60)}}));
-    EXPECT_EQ(Numbers(state.GetNotes()), (std::vector{61}));
-    EXPECT_EQ(state.FilterSwitches({{30, Off(30)}, {61, Off(61)}}), (Events{{30, Off(30)}}));
-    EXPECT_TRUE(state.GetSwitches().empty());
-    EXPECT_EQ(state.FilterCCs({{64, Control(64, 0)}, {1, Control(1, 0)}}), (Events{{64, Control(64, 0)}}));
-    EXPECT_EQ(Numbers(state.GetCCs()), (std::vector{64}));
 }
 
 TEST(PersistentMIDI, PrintsNotesSwitchesAndControllersWithNumbersForBytes) {

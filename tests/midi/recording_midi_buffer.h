@@ -29,14 +29,13 @@ public:
         ++counts_[port];
         return true;
     }
-    void DoneAddingEventsToBuffer() override { ++timesDone_; }
+    void DoneAddingEventsToBuffer() override {}
     bool GetBufferIsFull(std::uint8_t port) override {
         return port >= GetPortCount() || counts_[port] >= portCapacity_;
     }
     void* GetPacketDataAtPortIndex(std::uint8_t) override { return nullptr; }
 
     const std::vector<Sent>& GetSent() const { return sent_; }
-    int GetTimesDone() const { return timesDone_; }
 
     /// What was sent since the last call, as "port@tick status data1 data2", the
     /// bytes in hexadecimal. The room of the ports is as new.
@@ -57,5 +56,4 @@ private:
     const std::size_t portCapacity_;
     std::vector<Sent> sent_;
     std::map<std::uint8_t, std::size_t> counts_;
-    int timesDone_ = 0;
 };

@@ -15,8 +15,9 @@
 #include <thread>
 #include <vector>
 
+#include "tests/midi/arrivals.h"
 #include "tests/midi/console_capture.h"
-#include "vemo_core/exception_log.h"
+#include "tests/midi/exception_capture.h"
 #include "win32_layer/layer.h"
 #include "zell/log_filter.h"
 
@@ -31,54 +32,11 @@ namespace {
 
 constexpr auto kLong = 20s;  // for what should take milliseconds
 
-/// The clocks that came, with their times and threads.
-class Clocks {
-public:
-    std::function<void(double)> Counter() {
-        return [this](double) {
-            std::lock_guard lock(mutex_);
-            times_.push_back(std::chrono::steady_clock::now());
-            threads_.push_back(std::this_thread::get_id());
-            arrived_.notify_all();
-        };
-    }
-    bool WaitFor(std::size_t count) {
-        std::unique_lock lock(mutex_);
-        return arrived_.wait_for(lock, kLong, [&] { return times_.size() >= count; });
-    }
-    std::size_t Count() {
-        std::lock_guard lock(mutex_);
-        return times_.size();
-    }
-    std::vector<std::chrono::steady_clock::time_point> Times() {
-        std::lock_guard lock(mutex_);
-        return times_;
-    }
-    std::vector<std::thread::id> Threads() {
-        std::lock_guard lock(mutex_);
-        return threads_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable arrived_;
-    std::vector<std::chrono::steady_clock::time_point> times_;
-    std::vector<std::thread::id> threads_;
-};
-
 class ClockTimers : public testing::Test {
 protected:
-    ClockTimers() {
-        Layer::Instance().Reset();
-        logBefore_ = SetExceptionLogSink([this](const LoggedException& exception) {
-            std::lock_guard lock(logMutex_);
-            logged_.push_back(exception.sourcePath + ": " + exception.message);
-            loggedMore_.notify_all();
-        });
-    }
+    ClockTimers() { Layer::Instance().Reset(); }
     ~ClockTimers() override {
         zell::SetLogListener({});
-        SetExceptionLogSink(logBefore_);
         EXPECT_TRUE(Layer::Instance().WaitForTimers(kLong));
         const auto counters = Layer::Instance().GetCounters();
         EXPECT_EQ(counters.timerPeriods, 0);
@@ -98,24 +56,20 @@ protected:
     static bool WaitForPeriods(int periods) {
         return WaitUntil([&](const auto& counters) { return counters.timerPeriods == periods; });
     }
-    std::vector<std::string> WaitForLogged(std::size_t count) {
-        std::unique_lock lock(logMutex_);
-        loggedMore_.wait_for(lock, kLong, [&] { return logged_.size() >= count; });
-        return logged_;
+    /// What was logged since the last call, once there is something.
+    std::vector<std::string> WaitForLogged() {
+        std::vector<std::string> logged;
+        WaitUntil([&](const auto&) { return !(logged = log_.Take()).empty(); });
+        return logged;
     }
 
-    Clocks clocks_;
-
-private:
-    std::mutex logMutex_;
-    std::condition_variable loggedMore_;
-    std::vector<std::string> logged_;
-    ExceptionLogSink logBefore_;
+    ExceptionCapture log_;
+    Arrivals<double> clocks_;  // the clocks that came
 };
 
 TEST_F(ClockTimers, RunsFromStartToDisarmWithTheTimerPeriodHeldMeanwhile) {
     StandardMidiClockImpl clock;
-    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.004, 480, 0);
     EXPECT_EQ(Layer::Instance().GetCounters().timerPeriods, 0);
     clock.ContinuousMode();
@@ -123,26 +77,26 @@ TEST_F(ClockTimers, RunsFromStartToDisarmWithTheTimerPeriodHeldMeanwhile) {
     EXPECT_EQ(Layer::Instance().GetCounters().timerPeriods, 1);
     clock.DisarmPlayback();
     ASSERT_TRUE(WaitForPeriods(0));
-    const auto times = clocks_.Times();
+    const auto clocks = clocks_.Get();
     // Generous: how close the mean comes is for an idle machine to show.
-    EXPECT_GT(times[99] - times[0], 99 * 1ms);
-    EXPECT_LT(times[99] - times[0], 99 * 40ms);
-    const auto threads = clocks_.Threads();
-    EXPECT_NE(threads[0], threads[1]);
-    EXPECT_EQ(threads[1], threads[99]);
-    EXPECT_EQ(clocks_.Count(), times.size());  // nothing comes after the end
+    EXPECT_GT(clocks[99].time - clocks[0].time, 99 * 1ms);
+    EXPECT_LT(clocks[99].time - clocks[0].time, 99 * 40ms);
+    EXPECT_NE(clocks[0].thread, clocks[1].thread);
+    EXPECT_EQ(clocks[1].thread, clocks[99].thread);
+    const int seen = static_cast<int>(clocks.size());
+    EXPECT_EQ(clocks_.Count(), seen);  // nothing comes after the end
 
     clock.ArmPlayback(10, 24, 0.002, 480, 0);
     clock.SetCaesura(480 + 200, 0.002, 24);
     clock.ContinuousMode();
-    EXPECT_TRUE(clocks_.WaitFor(times.size() + 20));
+    EXPECT_TRUE(clocks_.WaitFor(seen + 20));
     EXPECT_TRUE(WaitForPeriods(0));
-    EXPECT_EQ(clocks_.Count(), times.size() + 20);
+    EXPECT_EQ(clocks_.Count(), seen + 20);
 }
 
 TEST_F(ClockTimers, AStartWhileDisarmedEndsAtOnce) {
     StandardMidiClockImpl clock;
-    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ContinuousMode();
     clock.ContinuousMode();
     clock.ArmPlayback(10, 24, 0.002, 0, 0);
@@ -154,7 +108,7 @@ TEST_F(ClockTimers, AStartWhileDisarmedEndsAtOnce) {
 
 TEST_F(ClockTimers, AClockThatTookTooLongIsFollowedAtOnce) {
     StandardMidiClockImpl clock;
-    clock.SetMidiClockCallback([&, count = clocks_.Counter()](double beatsPerMinute) {
+    clock.SetMidiClockCallback([&, count = clocks_.Callback()](double beatsPerMinute) {
         if (clocks_.Count() == 2)
             std::this_thread::sleep_for(250ms);
         count(beatsPerMinute);
@@ -163,28 +117,28 @@ TEST_F(ClockTimers, AClockThatTookTooLongIsFollowedAtOnce) {
     clock.ContinuousMode();
     ASSERT_TRUE(clocks_.WaitFor(4));
     clock.DisarmPlayback();
-    const auto times = clocks_.Times();
-    EXPECT_GE(times[1] - times[0], 190ms);
-    EXPECT_GE(times[2] - times[1], 250ms);
-    EXPECT_LT(times[3] - times[2], 150ms);
+    const auto clocks = clocks_.Get();
+    EXPECT_GE(clocks[1].time - clocks[0].time, 190ms);
+    EXPECT_GE(clocks[2].time - clocks[1].time, 250ms);
+    EXPECT_LT(clocks[3].time - clocks[2].time, 150ms);
 }
 
 TEST_F(ClockTimers, ATempoChangeIsNotTakenForLateness) {
     StandardMidiClockImpl clock;
-    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.4, 0, 0);
     clock.SetClockTime(0.02, 10);
     clock.ContinuousMode();
     ASSERT_TRUE(clocks_.WaitFor(3));
     clock.DisarmPlayback();
-    const auto times = clocks_.Times();
-    EXPECT_LT(times[1] - times[0], 300ms);
-    EXPECT_LT(times[2] - times[1], 300ms);
+    const auto clocks = clocks_.Get();
+    EXPECT_LT(clocks[1].time - clocks[0].time, 300ms);
+    EXPECT_LT(clocks[2].time - clocks[1].time, 300ms);
 }
 
 TEST_F(ClockTimers, StartsNeverMakeTwoChains) {
     StandardMidiClockImpl clock;
-    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.5, 0, 0);
     clock.ContinuousMode();
     ASSERT_TRUE(WaitUntil([](const auto& counters) { return counters.outstandingTimers == 1; }));
@@ -196,14 +150,14 @@ TEST_F(ClockTimers, StartsNeverMakeTwoChains) {
         clock.ContinuousMode();
         if (i % 3 == 0)
             clock.ContinuousMode();
-        const std::size_t seen = clocks_.Count();
+        const int seen = clocks_.Count();
         if (i % 5 == 0) {
             ASSERT_TRUE(clocks_.WaitFor(seen + 2));
         }
     }
     ASSERT_TRUE(WaitUntil(
         [&](const auto& counters) { return std::chrono::steady_clock::now() > due && counters.timerPeriods == 1; }));
-    const std::size_t seen = clocks_.Count();
+    const int seen = clocks_.Count();
     ASSERT_TRUE(clocks_.WaitFor(seen + 20));
     EXPECT_EQ(Layer::Instance().GetCounters().timerPeriods, 1);
     clock.DisarmPlayback();
@@ -214,14 +168,14 @@ TEST_F(ClockTimers, ARequestThatTheClockThreadFindsBesideAnotherMakesNoSecondCha
         using StandardMidiClockImpl::StartClock;
     };
     Clock clock;
-    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.003, 0, 0);
     clock.ContinuousMode();
     ASSERT_TRUE(clocks_.WaitFor(3));
     clock.StartClock();  // as one that was counted before the start was taken up
     ASSERT_TRUE(WaitUntil([&](const auto&) {
-        const auto threads = clocks_.Threads();
-        return std::count(threads.begin(), threads.end(), threads[0]) == 2;
+        const auto clocks = clocks_.Get();
+        return std::ranges::count(clocks, clocks[0].thread, &Arrivals<double>::Arrival::thread) == 2;
     }));
     EXPECT_TRUE(WaitForPeriods(1));
     clock.DisarmPlayback();
@@ -229,13 +183,13 @@ TEST_F(ClockTimers, ARequestThatTheClockThreadFindsBesideAnotherMakesNoSecondCha
 
 TEST_F(ClockTimers, AnArmingEndsWhatRunsUntilTheClockIsStarted) {
     StandardMidiClockImpl clock;
-    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.003, 0, 0);
     clock.ContinuousMode();
     ASSERT_TRUE(clocks_.WaitFor(5));
     clock.DisarmPlayback();
     clock.WaitForClocksInFlight();
-    const std::size_t seen = clocks_.Count();
+    const int seen = clocks_.Count();
     clock.ArmPlayback(10, 24, 0.003, 5000, 0);
     EXPECT_TRUE(WaitForPeriods(0));
     EXPECT_EQ(clocks_.Count(), seen);
@@ -248,7 +202,7 @@ TEST_F(ClockTimers, AFailureOnTheTimerThreadEndsTheChainAndAnotherStartGoesOn) {
     const std::string source = "midi/Sources/win32/standard_midi_clock_impl: ";
     StandardMidiClockImpl clock;
     clock.ArmPlayback(10, 24, 0.002, 0, 0);
-    clock.SetMidiClockCallback([&, count = clocks_.Counter()](double beatsPerMinute) {
+    clock.SetMidiClockCallback([&, count = clocks_.Callback()](double beatsPerMinute) {
         count(beatsPerMinute);
         if (clocks_.Count() == 3)
             throw std::runtime_error("the host is tired");
@@ -256,11 +210,11 @@ TEST_F(ClockTimers, AFailureOnTheTimerThreadEndsTheChainAndAnotherStartGoesOn) {
             throw 7;
     });
     clock.ContinuousMode();
-    EXPECT_THAT(WaitForLogged(1), ElementsAre(source + "the host is tired"));
+    EXPECT_THAT(WaitForLogged(), ElementsAre(source + "the host is tired"));
     EXPECT_TRUE(WaitForPeriods(0));
-    EXPECT_EQ(clocks_.Count(), 3u);
+    EXPECT_EQ(clocks_.Count(), 3);
     clock.ContinuousMode();
-    EXPECT_THAT(WaitForLogged(2), ElementsAre(source + "the host is tired", source + "Unknown exception."));
+    EXPECT_THAT(WaitForLogged(), ElementsAre(source + "Unknown exception."));
     EXPECT_TRUE(WaitForPeriods(0));
     clock.ContinuousMode();
     EXPECT_TRUE(clocks_.WaitFor(12));
@@ -277,16 +231,16 @@ TEST_F(ClockTimers, ARefusedTimerIsReportedAndEndsTheChain) {
     {
         StandardMidiClockImpl clock;
         clock.ArmPlayback(10, 24, 0.002, 0, 0);
-        clock.SetMidiClockCallback([&, count = clocks_.Counter()](double beatsPerMinute) {
+        clock.SetMidiClockCallback([&, count = clocks_.Callback()](double beatsPerMinute) {
             count(beatsPerMinute);
             if (clocks_.Count() == 2)
                 Layer::Instance().Fail(Fault::kTimer, 1, 1);
         });
         clock.ContinuousMode();
-        ASSERT_EQ(WaitForLogged(1).size(), 1u);
+        const auto logged = WaitForLogged();
+        ASSERT_EQ(logged.size(), 1u);
         EXPECT_TRUE(WaitForPeriods(0));
-        const std::string logged = WaitForLogged(1)[0];
-        const std::string message = logged.substr(logged.find(": ") + 2);
+        const std::string message = logged[0].substr(logged[0].find(": ") + 2);
         EXPECT_THAT(message, StartsWith("midi/Sources/win32/standard_midi_clock_impl line "));
         EXPECT_THAT(message, HasSubstr("timeSetEvent"));
         EXPECT_EQ(console.Take(), "[ERROR] " + message + "\n");
@@ -302,28 +256,28 @@ TEST_F(ClockTimers, ARefusedTimerIsReportedAndEndsTheChain) {
 TEST_F(ClockTimers, ARefusedFirstTimerEndsTheClockThreadAndNothingHangs) {
     ConsoleCapture console;
     StandardMidiClockImpl clock;
-    clock.SetMidiClockCallback(clocks_.Counter());
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.002, 0, 0);
     Layer::Instance().Fail(Fault::kTimer, 1, 1);
     clock.ContinuousMode();
-    EXPECT_EQ(WaitForLogged(1).size(), 1u);
+    EXPECT_EQ(WaitForLogged().size(), 1u);
     EXPECT_TRUE(WaitForPeriods(0));
     EXPECT_THAT(console.Take(), StartsWith("[ERROR] "));
     clock.ContinuousMode();
     clock.DisarmPlayback();
-    EXPECT_EQ(clocks_.Count(), 1u);
+    EXPECT_EQ(clocks_.Count(), 1);
 }
 
 TEST_F(ClockTimers, AClockMayBeDestroyedAtAnyMoment) {
     for (int round = 0; round < 1000; ++round) {
         auto clock = std::make_unique<StandardMidiClockImpl>();
-        const std::size_t seen = clocks_.Count();
-        clock->SetMidiClockCallback(clocks_.Counter());
+        const int seen = clocks_.Count();
+        clock->SetMidiClockCallback(clocks_.Callback());
         clock->ArmPlayback(10, 24, 0.001, 0, 0);
         if (round % 7 != 0)
             clock->ContinuousMode();
         if (round % 7 > 2) {
-            ASSERT_TRUE(clocks_.WaitFor(seen + static_cast<std::size_t>(round % 7 - 2))) << round;
+            ASSERT_TRUE(clocks_.WaitFor(seen + round % 7 - 2)) << round;
         }
         for (int i = 0; i < round % 64; ++i)
             std::this_thread::yield();

@@ -75,20 +75,6 @@ TEST(MidiVolumeScaler, ScalesByPercentRoundedDownAndNeverBeyondTheHighestValue) 
     }
 }
 
-TEST(MidiVolumeScaler, TellsOnceWhichTrimsWereSet) {
-    MidiVolumeScaler scaler;
-    scaler.GetScale(1);
-    EXPECT_FALSE(scaler.GetHasRecentlyAffectedTrackIds());
-    scaler.SetAllTracksTrim({{2, 50}, {7, 128}});
-    scaler.SetTrackTrim(2, 60);
-    EXPECT_TRUE(scaler.GetHasRecentlyAffectedTrackIds());
-    EXPECT_THAT(scaler.GetRecentlyAffectedTrackIds(), ElementsAre(2, 7));
-    EXPECT_FALSE(scaler.GetHasRecentlyAffectedTrackIds());
-    EXPECT_THAT(scaler.GetRecentlyAffectedTrackIds(), IsEmpty());
-    EXPECT_EQ(scaler.GetScale(2), 60);
-    EXPECT_EQ(scaler.GetScale(7), 127);
-}
-
 /// A volume of 80 at tick 2 on track 0x11, and a controller that is no volume.
 SongBuilder VolumeSong() {
     SongBuilder song(24);

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <fstream>
+#include <filesystem>
 #include <iterator>
 #include <string>
 
+#include "tests/player/temporary_folder.h"
 #include "zell/errors.h"
 
 namespace {
@@ -18,17 +18,6 @@ using player::AtomicFile;
 
 class AtomicFileTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    static std::string Contents(const fs::path& path) {
-        std::ifstream stream(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
-    static void Put(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
     static void Write(AtomicFile& file, const std::string& text) {
         file.Write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
     }
@@ -40,20 +29,20 @@ protected:
             return refusal.what();
         }
     }
-    std::ptrdiff_t FilesInFolder() const { return std::distance(fs::directory_iterator(folder_), {}); }
+    std::ptrdiff_t FilesInFolder() const { return std::distance(fs::directory_iterator(folder_.GetPath()), {}); }
 
-    const fs::path folder_ = fs::path(::testing::TempDir()) / ("atomic_file_" + std::to_string(getpid()));
+    const TemporaryFolder folder_;
     const fs::path target_ = folder_ / "take.mid";
 };
 
 TEST_F(AtomicFileTest, TheOldFileStandsUntilTheNewOneIsWhole) {
-    Put(target_, "old");
+    folder_.Put("take.mid", "old");
     AtomicFile file(target_);
     Write(file, "new ");
     Write(file, "take");
-    EXPECT_EQ(Contents(target_), "old");
+    EXPECT_EQ(TemporaryFolder::Contents(target_), "old");
     file.Commit();
-    EXPECT_EQ(Contents(target_), "new take");
+    EXPECT_EQ(TemporaryFolder::Contents(target_), "new take");
     EXPECT_EQ(FilesInFolder(), 1);
 }
 
@@ -68,7 +57,7 @@ TEST_F(AtomicFileTest, AFileGivenUpLeavesNothing) {
 
 TEST_F(AtomicFileTest, RefusesAtOnceWhatItCouldNotReplace) {
     fs::create_directory(folder_ / "sub");
-    Put(folder_ / "locked", "old");
+    folder_.Put("locked", "old");
     fs::permissions(folder_ / "locked", fs::perms::owner_read);
     fs::create_symlink(folder_ / "b", folder_ / "a");
     fs::create_symlink(folder_ / "a", folder_ / "b");
@@ -76,8 +65,8 @@ TEST_F(AtomicFileTest, RefusesAtOnceWhatItCouldNotReplace) {
         fs::path path;
         std::string reason;
     } cases[] = {
-        {folder_ / "none" / "take.mid", "No such file or directory"},
-        {folder_ / "locked" / "take.mid", "Not a directory"},
+        {folder_ / "none/take.mid", "No such file or directory"},
+        {folder_ / "locked/take.mid", "Not a directory"},
         {folder_ / "sub", "it is a folder"},
         {folder_ / "locked", "it is write-protected"},
         {folder_ / "a", "its links lead nowhere"},
@@ -93,8 +82,8 @@ TEST_F(AtomicFileTest, RefusesAtOnceWhatItCouldNotReplace) {
 
 TEST_F(AtomicFileTest, LinksAndPermissionsStay) {
     fs::create_directory(folder_ / "shows");
-    Put(folder_ / "shows" / "real.mid", "old");
-    fs::permissions(folder_ / "shows" / "real.mid", fs::perms::owner_read | fs::perms::owner_write);
+    folder_.Put("shows/real.mid", "old");
+    fs::permissions(folder_ / "shows/real.mid", fs::perms::owner_read | fs::perms::owner_write);
     fs::create_symlink("shows/real.mid", target_);
     fs::create_symlink("shows/new.mid", folder_ / "dangling");
     for (const fs::path& name : {target_, folder_ / "dangling"}) {
@@ -103,13 +92,13 @@ TEST_F(AtomicFileTest, LinksAndPermissionsStay) {
         file.Commit();
         EXPECT_TRUE(fs::is_symlink(name)) << name;
     }
-    EXPECT_EQ(Contents(folder_ / "shows" / "real.mid"), "new");
-    EXPECT_EQ(fs::status(folder_ / "shows" / "real.mid").permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_EQ(Contents(folder_ / "shows" / "new.mid"), "new");
+    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "shows/real.mid"), "new");
+    EXPECT_EQ(fs::status(folder_ / "shows/real.mid").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "shows/new.mid"), "new");
 }
 
 TEST_F(AtomicFileTest, AFullDiskLeavesTheOldFileAndNothingBeside) {
-    Put(target_, "old");
+    folder_.Put("take.mid", "old");
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
     const auto previous = std::signal(SIGXFSZ, SIG_IGN);
@@ -127,7 +116,7 @@ TEST_F(AtomicFileTest, AFullDiskLeavesTheOldFileAndNothingBeside) {
     }
     std::signal(SIGXFSZ, previous);
     EXPECT_EQ(reason, "cannot write " + target_.string() + ": File too large");
-    EXPECT_EQ(Contents(target_), "old");
+    EXPECT_EQ(TemporaryFolder::Contents(target_), "old");
     EXPECT_EQ(FilesInFolder(), 1);
 }
 

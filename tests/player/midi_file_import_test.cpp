@@ -2,17 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <map>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "player/midi_file_error.h"
-#include "tests/player/song_generator.h"
 
 namespace {
 
@@ -248,46 +244,6 @@ TEST(MidiFileImport, RefusesWhatNoSongCanHoldAndSaysWhere) {
     int row = 0;
     for (const auto& [file, outcome] : cases)
         EXPECT_EQ(Refusal(file), outcome == "accepted" ? outcome : "songs/tune.mid: " + outcome) << "row " << row++;
-}
-
-TEST(MidiFileImport, EveryChannelMessageOfAnyValidFileIsInTheSongOnce) {
-    for (std::uint32_t seed = 1; seed <= 100; ++seed) {
-        const MidiFile file = player::SongGenerator(seed).Next();
-        const ImportedSong song = ImportMidiFile(file, 1);
-
-        // Per channel, in the order that a player merges tracks.
-        std::map<int, std::vector<std::tuple<std::uint32_t, int, int, int>>> expected;
-        std::size_t dropped = 0;
-        for (const MidiTrack& track : file.tracks)
-            for (const MidiTrack::Event& event : track.Events()) {
-                const int kind = event.status & 0xF0, channel = event.status & 0x0F;
-                if (kind == 0xF0)
-                    continue;
-                if (kind == 0xB0 && event.data1 >= 120)
-                    ++dropped;
-                else if (kind == 0x90 && event.data2 == 0)
-                    expected[channel].emplace_back(event.tick, 0x80 | channel, event.data1, 64);
-                else
-                    expected[channel].emplace_back(event.tick, event.status, event.data1, event.data2);
-            }
-        ASSERT_EQ(song.summary.channelModeControllers, dropped) << seed;
-        ASSERT_EQ(song.song.GetVoiceData().size(), expected.size()) << seed;
-        for (auto& [channel, messages] : expected) {
-            std::ranges::stable_sort(messages, {}, [](auto& message) { return std::get<0>(message); });
-            const auto& events = song.song.GetVoiceData().at(static_cast<unsigned short>(channel)).GetEvents();
-            ASSERT_EQ(events.size(), messages.size()) << seed;
-            std::uint32_t last = 0;
-            for (std::size_t index = 0; index < events.size(); ++index) {
-                const auto& [status, data1, data2] = events[index].message;
-                ASSERT_EQ(std::tuple(int{status}, int{data1}, int{data2}),
-                          std::tuple(std::get<1>(messages[index]), std::get<2>(messages[index]),
-                                     std::get<3>(messages[index])))
-                    << seed;
-                ASSERT_GE(events[index].time, last) << seed;
-                last = events[index].time;
-            }
-        }
-    }
 }
 
 }  // namespace

@@ -7,9 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "player/midi_file_reader.h"
-#include "tests/player/song_generator.h"
-
 namespace {
 
 using player::MidiFile;
@@ -17,15 +14,6 @@ using player::MidiFileWriter;
 using player::MidiTrack;
 using Bytes = std::vector<std::uint8_t>;
 using RunningStatus = MidiFileWriter::RunningStatus;
-
-std::string Refusal(const auto& action) {
-    try {
-        action();
-        return "accepted";
-    } catch (const std::invalid_argument& refusal) {
-        return refusal.what();
-    }
-}
 
 TEST(MidiFileWriter, WritesTheBytesOfTheStandard) {
     MidiFile file{"", 0, 96, {MidiTrack()}};
@@ -53,31 +41,15 @@ TEST(MidiFileWriter, WritesTheBytesOfTheStandard) {
     EXPECT_EQ(MidiFileWriter(RunningStatus::kUse).Bytes(file), running);
 }
 
-TEST(MidiFileWriter, WhatTheReaderReadsBackIsWhatWasWritten) {
-    for (std::uint32_t seed = 1; seed <= 60; ++seed) {
-        const MidiFile file = player::SongGenerator(seed).Next();
-        for (const RunningStatus mode : {RunningStatus::kNever, RunningStatus::kUse}) {
-            const MidiFile again = player::ParseMidiFile(MidiFileWriter(mode).Bytes(file), "again.mid");
-            ASSERT_EQ(again.format, file.format) << seed;
-            ASSERT_EQ(again.division, file.division) << seed;
-            ASSERT_EQ(again.tracks.size(), file.tracks.size()) << seed;
-            for (std::size_t index = 0; index < file.tracks.size(); ++index) {
-                const MidiTrack &was = file.tracks[index], &is = again.tracks[index];
-                ASSERT_EQ(is.EndTick(), was.EndTick()) << seed;
-                ASSERT_EQ(is.Events().size(), was.Events().size()) << seed;
-                for (std::size_t event = 0; event < was.Events().size(); ++event) {
-                    const MidiTrack::Event &a = was.Events()[event], &b = is.Events()[event];
-                    ASSERT_TRUE(a.tick == b.tick && a.status == b.status && a.data1 == b.data1 && a.data2 == b.data2)
-                        << seed;
-                    ASSERT_TRUE(a.status < 0xF0 || was.Payload(a) == is.Payload(b)) << seed;
-                }
-            }
-        }
-    }
-}
-
 TEST(MidiFileWriter, RefusesWhatTheFormatCannotHold) {
-    const auto write = [](const MidiFile& file) { return Refusal([&] { MidiFileWriter().Bytes(file); }); };
+    const auto write = [](const MidiFile& file) -> std::string {
+        try {
+            MidiFileWriter().Bytes(file);
+            return "accepted";
+        } catch (const std::invalid_argument& refusal) {
+            return refusal.what();
+        }
+    };
     MidiTrack wait;
     wait.EndAt((1u << 28) - 1);
     EXPECT_EQ(write({"", 1, 96, {wait}}), "accepted");
@@ -86,20 +58,6 @@ TEST(MidiFileWriter, RefusesWhatTheFormatCannotHold) {
     EXPECT_EQ(write({"", 2, 96, {MidiTrack()}}), "format 2 is not written, only 0 and 1");
     EXPECT_EQ(write({"", 0, 96, {MidiTrack(), MidiTrack()}}), "2 tracks do not fit a file of format 0");
     EXPECT_EQ(write({"", 1, 96, std::vector<MidiTrack>(65536)}), "65536 tracks do not fit a file of format 1");
-}
-
-TEST(MidiTrack, TakesEventsInTheOrderOfTimeOnly) {
-    MidiTrack track;
-    track.AddMessage(10, 0x90, 60, 64);
-    EXPECT_EQ(Refusal([&] { track.AddMessage(9, 0x80, 60, 64); }), "an event at tick 9 after tick 10");
-    EXPECT_EQ(Refusal([&] { track.AddMeta(9, 1, ""); }), "an event at tick 9 after tick 10");
-    EXPECT_EQ(Refusal([&] { track.EndAt(9); }), "an end at tick 9 after tick 10");
-    EXPECT_EQ(Refusal([&] { track.AddMessage(10, 0xF0, 0, 0); }), "not a channel message");
-    EXPECT_EQ(Refusal([&] { track.AddMessage(10, 0x90, 128, 0); }), "not a channel message");
-    EXPECT_EQ(Refusal([&] { track.AddMeta(10, 0x2F, ""); }), "a track ends by EndAt");
-    EXPECT_EQ(Refusal([&] { track.AddSysEx(10, 0x90, ""); }), "not a system exclusive message");
-    EXPECT_EQ(track.Events().size(), 1u);
-    EXPECT_EQ(track.EndTick(), 10u);
 }
 
 }  // namespace

@@ -103,19 +103,14 @@ TEST(ScreenText, TellsHowTheMusicStartsAgain) {
     for (const Row& row : {Row{"waiting", "wait", "STANDS READY: PRESS SPACE"},
                            {"paused", "go", "PAUSED: PRESS SPACE"},
                            {"stopped", "wait", "WAITS FOR SPACE"},
-                           {"stopped", "stop", "STOPS: PRESS N, THEN SPACE"}}) {
+                           {"stopped", "stop", "STOPS: PRESS N, THEN SPACE"},
+                           {"fault", "stop", "FAULT: PRESS N OR P, OR :select song"}}) {
         model.state = row.state;
         model.setList[1].then = row.then;
         EXPECT_THAT(Joined(Draw(model, Keys(), 80, 24)), HasSubstr(row.wanted));
     }
     model.nextPlace = 0;
     EXPECT_THAT(Joined(Draw(model, Keys(), 80, 24)), HasSubstr("this is the last song"));
-}
-
-TEST(ScreenText, ShowsTheWayOutOfAFault) {
-    ScreenModel model = Playing();
-    model.state = "fault";
-    EXPECT_THAT(Joined(Draw(model, Keys(), 80, 24)), HasSubstr("FAULT: PRESS N OR P, OR :select song"));
 }
 
 TEST(ScreenText, TheTimeCodeLampSaysWhatIsSentNotWhatIsWanted) {
@@ -250,20 +245,14 @@ TEST(OperatorKeys, RehearsalModeIsFreeAndPanicIsOneKeyAnywhere) {
 }
 
 TEST(OperatorKeys, QuittingAsksWhileTheMusicPlays) {
-    ScreenModel model = Playing();
-    for (const int key : {int{'q'}, int{Keys::kInterrupt}}) {
-        Keys keys;
-        EXPECT_EQ(Press(keys, key, model), "");
-        EXPECT_EQ(Press(keys, 'n', model), "");
-        EXPECT_EQ(keys.GetPrompt(kNow), "");
-        Press(keys, key, model);
-        EXPECT_EQ(Press(keys, 'l', model), "<leaves>");
-        Press(keys, key, model);
-        EXPECT_EQ(Press(keys, 'y', model), "quit now<quits>");
-    }
-    model.state = "stopped";
-    Keys keys;
-    EXPECT_EQ(Press(keys, 'q', model), "quit<quits>");
+    const ScreenModel model = Playing();
+    for (const int key : {int{'q'}, int{Keys::kInterrupt}})
+        for (const auto& [answer, outcome] : {std::pair('n', ""), {'l', "<leaves>"}, {'y', "quit now<quits>"}}) {
+            Keys keys;
+            EXPECT_EQ(Press(keys, key, model), "");
+            EXPECT_EQ(Press(keys, answer, model), outcome);
+            EXPECT_EQ(keys.GetPrompt(kNow), "");
+        }
 }
 
 TEST(OperatorKeys, TracksAndTypedCommands) {

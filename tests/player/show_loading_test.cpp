@@ -2,13 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "player/midi_file_error.h"
 #include "player/midi_file_writer.h"
 #include "player/show_commands.h"
 #include "player/show_file.h"
@@ -244,18 +241,6 @@ TEST_F(ShowLoading, SongsStayBelowTheFolderUnlessTheOperatorSaysOtherwise) {
     EXPECT_FALSE(show->GetSongs()[1].song);
 }
 
-TEST_F(ShowLoading, FilesAloneMakeAShowThatPlaysThrough) {
-    const std::string file = (folder_ / "a.mid").string();
-    const auto show = player::ShowOfFiles({file, file});
-    EXPECT_EQ(show->IndexOf("1 " + file), 0u);
-    EXPECT_EQ(show->IndexOf("2 " + file), 1u);
-    EXPECT_EQ(show->GetSongs()[1].song->log.GetSongNumber(), "2");
-    ASSERT_EQ(show->GetDocument().setList.size(), 2u);
-    EXPECT_EQ(show->GetDocument().setList[0].then, player::AfterSong::kGo);
-    EXPECT_EQ(show->GetDocument().setList[1].then, player::AfterSong::kStop);
-    EXPECT_THROW(player::ShowOfFiles({file, (folder_ / "no.mid").string()}), player::MidiFileError);
-}
-
 TEST_F(ShowLoading, ANewShowNamesItsSongsFromItsOwnFolder) {
     fs::create_directories(folder_ / "songs");
     fs::create_directories(folder_ / "shows");
@@ -299,42 +284,6 @@ TEST(Shows, TheCommittedSongsAreWhatTheProgramWrites) {
         EXPECT_TRUE(TemporaryFolder::Contents(kShows / song.fileName) == std::string(written.begin(), written.end()))
             << song.fileName << ": write it again with write_show_songs";
     }
-}
-
-TEST(Shows, TheCommittedShowsArePlayableAndHoldWhatAShowCanHold) {
-    for (const char* name : {"evening.json", "band.json"}) {
-        const auto show = player::LoadShow(player::ReadShowFile(kShows / name), kShows / name, false);
-        for (const ShowSong& song : show->GetSongs()) {
-            ASSERT_EQ(song.faults, Lines()) << name;
-            const auto& beats = song.song->song.GetTimeline().GetBarsBeats();
-            EXPECT_TRUE(beats.back().bar() >= 8 && beats.back().bar() <= 20) << song.key;
-            // Every note ends within its song, and no other of its pitch begins before.
-            for (const auto& [id, track] : song.song->song.GetVoiceData()) {
-                std::vector<bool> sounding(128, false);
-                for (const vemo_midi::VoiceEvent& event : track.GetEvents()) {
-                    if ((event.message.status & 0xE0) != 0x80)
-                        continue;
-                    const bool on = (event.message.status & 0xF0) == 0x90;
-                    EXPECT_NE(sounding[event.message.data1], on)
-                        << song.key << " channel " << id << " tick " << event.time;
-                    sounding[event.message.data1] = on;
-                }
-                EXPECT_EQ(std::ranges::count(sounding, true), 0) << song.key << " channel " << id;
-            }
-        }
-    }
-    const auto evening = player::ReadShowFile(kShows / "evening.json");
-    const auto songsWith = [&](auto has) { return std::ranges::count_if(evening.songs, has); };
-    using Song = player::ShowDocument::Song;
-    EXPECT_EQ(evening.songs.size(), 10u);
-    EXPECT_GE(songsWith([](const Song& song) { return !song.pauses.empty(); }), 3);
-    EXPECT_GE(songsWith([](const Song& song) { return !song.tempoScales.empty(); }), 3);
-    EXPECT_GE(songsWith([](const Song& song) { return !song.transpositions.empty(); }), 3);
-    EXPECT_GE(songsWith([](const Song& song) { return !song.clicks.empty() && !song.patches.empty(); }) +
-                  songsWith([](const Song& song) { return song.clickTrack.has_value(); }),
-              3);
-    for (const auto then : {player::AfterSong::kGo, player::AfterSong::kWait, player::AfterSong::kStop})
-        EXPECT_GE(std::ranges::count(evening.setList, then, &player::ShowDocument::SetListEntry::then), 2);
 }
 
 }  // namespace

@@ -4,10 +4,10 @@
 
 #include <deque>
 #include <memory>
-#include <optional>
 #include <random>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "tests/player/offline_show.h"
 #include "vemo_core/song_builder.h"
@@ -88,50 +88,6 @@ TEST_F(ShowStateTrackerTest, FollowsThePlayingByBarsAndStandsByTicks) {
     Hear(1, 480, Kind::kCountIn);  // located back within the bar
     EXPECT_EQ(Place(), "1@480 2:2");
     EXPECT_TRUE(tracker_.HasPlayed());
-}
-
-TEST_F(ShowStateTrackerTest, ARecordOfTheNextSongWaitsForTheSnapshotOfIt) {
-    Stand(1, 0);
-    See(TransportState::kPlaying, 1);
-    Hear(1, 768);
-    Hear(2, 0);
-    Hear(2, 4);
-    EXPECT_EQ(Place(), "1@768 3:1");
-    See(TransportState::kPlaying, 1);  // a command that was ahead of the news
-    EXPECT_EQ(Place(), "1@768 3:1");
-    See(TransportState::kPlaying, 2);
-    EXPECT_EQ(Place(), "2@0 1:1");
-    Hear(2, 384);
-    EXPECT_EQ(Place(), "2@384 2:1");
-}
-
-TEST_F(ShowStateTrackerTest, ASnapshotOfTheNextSongWaitsForItsPlace) {
-    Stand(1, 0);
-    See(TransportState::kPlaying, 1);
-    Hear(1, 768);
-    See(TransportState::kPlaying, 2);
-    EXPECT_EQ(Place(), "none");
-    Hear(1, 772);
-    EXPECT_EQ(Place(), "none");
-    Hear(2, 0);
-    EXPECT_EQ(Place(), "2@0 1:1");
-}
-
-TEST_F(ShowStateTrackerTest, AStandingThatHostAndSnapshotTellDifferentlyIsNotBelieved) {
-    Stand(1, 768);
-    const struct {
-        unsigned song;
-        std::uint32_t tick;
-    } hosts[] = {{2, 96}, {1, 0}, {0, 0}};
-    for (const auto& [song, tick] : hosts) {
-        See(TransportState::kStopped, 1, 96);  // the tick of what it has gone on to
-        tracker_.TakeStanding(song, tick);
-        EXPECT_EQ(Place(), "none") << song << " " << tick;
-        EXPECT_TRUE(tracker_.NeedsStanding());
-    }
-    Stand(2, 96);
-    EXPECT_EQ(Place(), "2@96 1:2");
-    EXPECT_FALSE(tracker_.NeedsStanding());
 }
 
 TEST_F(ShowStateTrackerTest, WhatAnotherShowPlayedIsNoPlaceOfThisOne) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <optional>
 #include <random>
 #include <string>
 #include <utility>
@@ -25,14 +24,10 @@ namespace player {
 class SongGenerator {
 public:
     struct Options {
-        std::optional<std::uint16_t> format = std::nullopt;    // else 0 or 1
-        std::optional<std::uint16_t> division = std::nullopt;  // else one of many
-        bool smpte = true;                                     // whether that may be SMPTE
+        bool smpte = true;  // whether the division may be
         std::uint32_t quarters = 24;
         std::uint32_t mostChannels = 16;
         std::uint32_t eventsPerChannel = 120;
-        bool tempos = true;
-        bool meters = true;
     };
 
     explicit SongGenerator(std::uint32_t seed) : random_(seed) {}
@@ -41,8 +36,8 @@ public:
     MidiFile Next() {
         MidiFile file;
         file.name = "generated.mid";
-        file.format = options_.format ? *options_.format : static_cast<std::uint16_t>(Below_(2));
-        file.division = options_.division ? *options_.division : Division_();
+        file.format = static_cast<std::uint16_t>(Below_(2));
+        file.division = Division_();
         ticks_ = TicksPerQuarter_(file.division);
         end_ = std::max(1u, options_.quarters * ticks_ + Below_(ticks_));
 
@@ -107,12 +102,12 @@ private:
 
     void AddTimeline_(std::vector<Event>& events) {
         AddMeta_(events, 0, 0x03, "Song " + std::to_string(Below_(1000)));
-        for (std::uint32_t count = options_.tempos ? Below_(12) : 0; count > 0; --count) {
+        for (std::uint32_t count = Below_(12); count > 0; --count) {
             const std::uint32_t tempo = 200'000 + Below_(1'500'000);  // 35 to 300 a minute
             AddMeta_(events, Below_(3) == 0 ? 0 : Tick_(), 0x51,
                      {static_cast<char>(tempo >> 16), static_cast<char>(tempo >> 8), static_cast<char>(tempo)});
         }
-        for (std::uint32_t count = options_.meters ? Below_(5) : 0; count > 0; --count) {
+        for (std::uint32_t count = Below_(5); count > 0; --count) {
             const char clocks = static_cast<char>(Below_(3) == 0 ? 0 : 6 * (1 + Below_(12)));
             AddMeta_(events, Below_(3) == 0 ? 0 : Tick_(), 0x58,
                      {static_cast<char>(1 + Below_(13)), static_cast<char>(Below_(6)), clocks,

@@ -137,26 +137,6 @@ TEST(Transport, ASongFollowsAnotherWithoutAGapInVirtualTime) {
     EXPECT_EQ(show.Deaf().WhatSounds(), "");
 }
 
-TEST(Transport, SnapshotsAreNumberedUpwardsAndTellTheState) {
-    OfflineShow show({Song("One", 1), Song("Two", 1)});
-    const auto first = show.GetTransport().GetSnapshot();
-    EXPECT_EQ(first->state, TransportState::kStopped);
-    EXPECT_EQ(first->title, "One");
-    ASSERT_EQ(first->tracks.size(), 1u);
-    EXPECT_EQ(first->tracks[0].channel, 1);
-    show.Do("mute 1");
-    show.Do("transpose -2");
-    const auto second = show.GetTransport().GetSnapshot();
-    EXPECT_EQ(second->number, first->number + 2);
-    EXPECT_TRUE(second->tracks[0].muted);
-    EXPECT_EQ(second->transposition, -2);
-    EXPECT_FALSE(first->tracks[0].muted);
-    ASSERT_EQ(show.Run(), TransportState::kEnded);
-    const auto last = show.GetTransport().GetSnapshot();
-    EXPECT_EQ(last->song, 2u);
-    EXPECT_FALSE(last->tracks[0].muted);  // of the song, not of the run
-}
-
 TEST(Transport, ADeviceThatRefusesToOpenIsReported) {
     Layer::Instance().Reset();
     Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(L"Taken"));

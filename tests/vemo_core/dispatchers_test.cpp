@@ -9,22 +9,13 @@
 #include <thread>
 #include <vector>
 
+#include "tests/midi/exception_capture.h"
 #include "vemo_core/callback_dispatcher.h"
 #include "vemo_core/exception_log.h"
 #include "vemo_core/gui_dispatcher.h"
 #include "zell/cout_buffer.h"
 
 namespace {
-
-/// Keeps the exceptions that are logged while it lives.
-class CapturedExceptions {
-public:
-    CapturedExceptions() {
-        SetExceptionLogSink([this](const LoggedException& exception) { messages.push_back(exception.message); });
-    }
-    ~CapturedExceptions() { SetExceptionLogSink(nullptr); }
-    std::vector<std::string> messages;
-};
 
 TEST(CallbackDispatcher, DeliversAMessageToItsReceiversBeforeNotifyReturns) {
     notify::CallbackDispatcher dispatcher;
@@ -69,7 +60,7 @@ TEST(CallbackDispatcher, AReceiverMayAddAndRemoveReceivers) {
 }
 
 TEST(CallbackDispatcher, AReceiverThatThrowsIsLoggedAndTheOthersAreStillCalled) {
-    CapturedExceptions exceptions;
+    ExceptionCapture exceptions;
     notify::CallbackDispatcher dispatcher;
     int called = 0;
     dispatcher.AddCallback("a", nullptr, [](const void*) { throw std::runtime_error("display lost"); });
@@ -78,9 +69,9 @@ TEST(CallbackDispatcher, AReceiverThatThrowsIsLoggedAndTheOthersAreStillCalled) 
     dispatcher.AddCallback("a", nullptr, [&](const void*) { ++called; });
     dispatcher.Notify("a");
     EXPECT_EQ(called, 1);
-    ASSERT_EQ(exceptions.messages.size(), 3u);
-    EXPECT_EQ(exceptions.messages[0], "display lost");
-    EXPECT_EQ(exceptions.messages[1], "Unknown exception.");
+    const std::string source = "vemo_core/Sources/callback_dispatcher: ";
+    EXPECT_EQ(exceptions.Take(), (std::vector{source + "display lost", source + "Unknown exception.",
+                                              source + std::bad_function_call().what()}));
 }
 
 TEST(CallbackDispatcher, ReceiversComeAndGoWhileOtherThreadsNotify) {
@@ -110,7 +101,7 @@ TEST(CallbackDispatcher, ReceiversComeAndGoWhileOtherThreadsNotify) {
 }
 
 TEST(GuiDispatcher, SendsToTheReceiverOfTheDayAndLogsWhatItThrows) {
-    CapturedExceptions exceptions;
+    ExceptionCapture exceptions;
     notify::GuiDispatcher dispatcher;
     std::vector<std::string> received;
     dispatcher.SendGuiDelayMessage(1);
@@ -125,7 +116,7 @@ TEST(GuiDispatcher, SendsToTheReceiverOfTheDayAndLogsWhatItThrows) {
     dispatcher.SetReceiver({});
     dispatcher.SendMidiClockDebugMessage("gone");
     EXPECT_EQ(received, (std::vector<std::string>{"25", "late 1 ms"}));
-    EXPECT_EQ(exceptions.messages, std::vector<std::string>{"display lost"});
+    EXPECT_EQ(exceptions.Take(), std::vector<std::string>{"vemo_core/Sources/gui_dispatcher: display lost"});
 }
 
 TEST(ExceptionLog, GoesToTheSinkOrElseToTheConsoleAndNeverThrows) {

@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <tuple>
 
-#include "vemo_core/change_log_sequence.h"
 #include "vemo_core/keys.h"
-#include "vemo_core/tempo_scale.h"
-#include "vemo_core/transpose.h"
 #include "vemo_core/voice_event.h"
 
 namespace {
@@ -24,26 +20,6 @@ TEST(Keys, NamesAKeySignatureMovedBySemitones) {
     for (const auto& [sharps, minor, semitones, name] : cases)
         EXPECT_EQ(Keys::getTransposedName(sharps, minor, semitones), name)
             << sharps << (minor ? " minor " : " major ") << semitones;
-}
-
-TEST(ChangeLogSequence, PrintsAHeadingAndALineForEachEvent) {
-    std::ostringstream out;
-    CL::ChangeLogSequence<CL::TempoScale>({{0, 960, 1.5}, {960, 1920, 2.0}}).WriteString(out, 1);
-    CL::ChangeLogSequence<CL::Transpose>({{10, 20, -3}}).WriteString(out, 0);
-    out << 10;  // decimal again
-    EXPECT_EQ(out.str(),
-              "\tTempoScaleSequence(code=0x102, event count = 2)\n"
-              "\t\tstart=0 end=960 value=1.5\n"
-              "\t\tstart=960 end=1920 value=2\n"
-              "TransposeSequence(code=0x103, event count = 1)\n"
-              "\tstart=10 end=20 value=-3\n"
-              "10");
-}
-
-TEST(VoiceEvent, PrintsItsBytesAsNumbers) {
-    std::ostringstream out;
-    vemo_midi::VoiceEvent(480, 0x90, 0x13, 60, 100).WriteString(out);
-    EXPECT_EQ(out.str(), "time=480 status=0x93 data1=60 data2=100");
 }
 
 TEST(VoiceEvent, IsValidForChannelMessagesOnly) {

@@ -28,11 +28,4 @@ TEST(ShowData, KeepsTheOrderInWhichSongsWereAddedWhateverTheirKeys) {
     EXPECT_EQ(show.at("alpha").GetTimeline().GetLastTickIndex(), 2u);
 }
 
-TEST(AmbrelShowData, AnUnknownGroupIsEmpty) {
-    ambrel::AmbrelShowData show;
-    show.AddGroup(3, {1, 9});
-    EXPECT_EQ(show.GetGroups().GetGroup(3), (std::set<unsigned short>{1, 9}));
-    EXPECT_TRUE(show.GetGroups().GetGroup(4).empty());
-}
-
 }  // namespace

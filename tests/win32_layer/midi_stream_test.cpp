@@ -502,34 +502,6 @@ TEST_F(MidiStreamLayer, EachKindOfEventPlaysWhatItHoldsAndAMalformedOneNothing) 
     EXPECT_EQ(Close(), 0u);
 }
 
-TEST_F(MidiStreamLayer, AHeldBufferIsNeitherPlayedNorReturnedUntilReleasedAndLetsOthersPass) {
-    for (const Delivery delivery : {Delivery::kThread, Delivery::kInline}) {
-        Layer::Instance().SetDelivery(delivery);
-        Buffer held({kNoteOn}), other({0x00003C80});
-        calls.clear();
-        device->Clear();
-        OpenAndRestart();
-        Prepare(held);
-        Prepare(other);
-        Layer::Instance().HoldBuffers(1);
-        ASSERT_EQ(Out(held), 0u);
-        ASSERT_EQ(Out(other), 0u);
-        ASSERT_TRUE(WaitForDone(1));
-        EXPECT_EQ(calls.back().header, &other.header);
-        EXPECT_EQ(Played(), (std::vector<Bytes>{{0x80, 0x3C, 0x00}}));
-        EXPECT_EQ(Unprepare(held), 65u);
-        midiStreamStop(stream);  // gives back the held one unplayed
-        Layer::Instance().HoldBuffers(1);
-        ASSERT_EQ(Out(held), 0u);
-        ASSERT_EQ(Out(other), 0u);
-        Layer::Instance().ReleaseHeldBuffers();
-        midiStreamRestart(stream);
-        ASSERT_TRUE(WaitForDone(4));
-        EXPECT_EQ(Played(), (std::vector<Bytes>{{0x80, 0x3C, 0x00}, {0x90, 0x3C, 0x64}, {0x80, 0x3C, 0x00}}));
-        ASSERT_EQ(Close(), 0u);
-    }
-}
-
 TEST_F(MidiStreamLayer, ADelayedReturnIsPlayedAtOnceAndComesNoSoonerUnlessTheStreamCloses) {
     for (const Delivery delivery : {Delivery::kThread, Delivery::kInline}) {
         Layer::Instance().SetDelivery(delivery);
@@ -553,35 +525,6 @@ TEST_F(MidiStreamLayer, ADelayedReturnIsPlayedAtOnceAndComesNoSoonerUnlessTheStr
     }
 }
 
-TEST_F(MidiStreamLayer, TheObserverSeesEachMessageAsItIsTakenAndVirtualTimeStampsIt) {
-    std::chrono::nanoseconds now = 5ms;
-    std::vector<std::pair<Bytes, std::chrono::nanoseconds>> seen;
-    std::vector<std::thread::id> threads;
-    Layer::Instance().SetTimeSource([&] { return now; });
-    Layer::Instance().SetObserver([&](const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) {
-        seen.emplace_back(Bytes(bytes, bytes + count), time);
-        threads.push_back(std::this_thread::get_id());
-        Layer::Instance().GetCounters();  // no lock of the layer is held
-    });
-    Layer::Instance().SetDelivery(Delivery::kInline);
-    Buffer buffer({kNoteOn, 0x42000000, 0x000005C1});
-    ASSERT_EQ(Open(), 0u);
-    EXPECT_EQ(Out(buffer), 64u);
-    EXPECT_TRUE(seen.empty());
-    Prepare(buffer);
-    ASSERT_EQ(Out(buffer), 0u);  // still paused
-    const std::vector<std::pair<Bytes, std::chrono::nanoseconds>> expected{{{0x90, 0x3C, 0x64}, 5ms},
-                                                                           {{0xC1, 0x05}, 5ms}};
-    EXPECT_EQ(seen, expected);
-    EXPECT_EQ(threads, std::vector<std::thread::id>(2, std::this_thread::get_id()));
-    now = 7ms;
-    midiStreamRestart(stream);
-    EXPECT_EQ(device->GetPlayed().at(1).time, 7ms);
-    Layer::Instance().SetObserver({});
-    ASSERT_EQ(Out(buffer), 0u);
-    EXPECT_EQ(seen.size(), 2u);
-}
-
 TEST_F(MidiStreamLayer, ARemovedDeviceSwallowsWhatIsSentAndStillReturnsIt) {
     Layer::Instance().SetDelivery(Delivery::kInline);
     Buffer buffer({kNoteOn});
@@ -593,26 +536,6 @@ TEST_F(MidiStreamLayer, ARemovedDeviceSwallowsWhatIsSentAndStillReturnsIt) {
     EXPECT_EQ(CountDone(), 1u);
     EXPECT_TRUE(Played().empty());
     EXPECT_EQ(device->GetBufferCount(), 0u);
-}
-
-TEST_F(MidiStreamLayer, EveryInjectedFaultStrikesSoManyCallsAndChangesNothing) {
-    using win32_layer::Fault;
-    Buffer buffer({kNoteOn});
-    const std::pair<Fault, std::function<MMRESULT()>> rows[] = {
-        {Fault::kOpen, [&] { return Open(); }},
-        {Fault::kRestart, [&] { return midiStreamRestart(stream); }},
-        {Fault::kPrepare, [&] { return Prepare(buffer); }},
-        {Fault::kOut, [&] { return Out(buffer); }},
-        {Fault::kUnprepare, [&] { return Unprepare(buffer); }}};
-    Layer::Instance().SetDelivery(Delivery::kInline);
-    for (const auto& [fault, call] : rows) {
-        Layer::Instance().Fail(fault, 7, 2);
-        const DWORD flags = buffer.header.dwFlags;
-        EXPECT_EQ(call(), 7u) << static_cast<int>(fault);
-        EXPECT_EQ(call(), 7u) << static_cast<int>(fault);
-        EXPECT_EQ(buffer.header.dwFlags, flags) << static_cast<int>(fault);
-        EXPECT_EQ(call(), 0u) << static_cast<int>(fault);
-    }
 }
 
 }  // namespace

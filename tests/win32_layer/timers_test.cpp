@@ -102,19 +102,6 @@ TEST_F(OneShotTimers, TimersSetFromSeveralThreadsRunOneAfterAnother) {
     EXPECT_EQ(Layer::Instance().GetCounters().outstandingTimers, 0);
 }
 
-TEST_F(OneShotTimers, AChainThatSetsItsSuccessorIsNeverTakenForIdle) {
-    struct Chain {
-        std::atomic<int> left{20};
-        static void CALLBACK Step(UINT, UINT, DWORD_PTR user, DWORD_PTR, DWORD_PTR) {
-            if (--reinterpret_cast<Chain*>(user)->left > 0)
-                timeSetEvent(1, 0, &Step, user, TIME_ONESHOT);
-        }
-    } chain;
-    timeSetEvent(1, 0, &Chain::Step, reinterpret_cast<DWORD_PTR>(&chain), TIME_ONESHOT);
-    EXPECT_TRUE(Layer::Instance().WaitForTimers(kPatience));
-    EXPECT_EQ(chain.left, 0);
-}
-
 TEST_F(OneShotTimers, AKilledTimerDoesNotFireAndNoLongerCounts) {
     Collector collector;
     const UINT timer = collector.Set(500'000);
@@ -134,15 +121,6 @@ TEST_F(OneShotTimers, WhatIsNoOneShotCallbackInRangeIsRefused) {
     EXPECT_EQ(timeSetEvent(1, 0, callback, 0, TIME_ONESHOT), 0u);
     EXPECT_EQ(GetLastError(), 8u);
     EXPECT_EQ(Layer::Instance().GetCounters().timersSet, 0u);
-}
-
-TEST_F(OneShotTimers, PeriodsAreCountedAndOneEndedTooOftenShows) {
-    EXPECT_EQ(timeBeginPeriod(1), 0u);
-    EXPECT_EQ(timeBeginPeriod(0), 97u);
-    EXPECT_EQ(Layer::Instance().GetCounters().timerPeriods, 1);
-    EXPECT_EQ(timeEndPeriod(1), 0u);
-    EXPECT_EQ(timeEndPeriod(1), 97u);
-    EXPECT_EQ(Layer::Instance().GetCounters().timerPeriods, -1);
 }
 
 BOOL SetTimer(HANDLE timer, LONGLONG dueTime) {
@@ -244,23 +222,6 @@ TEST(WaitableTimer, ClosingTheHandleUnderAWaitLeavesNobodyHanging) {
         EXPECT_FALSE(SetTimer(timer, 0));
         EXPECT_EQ(WaitForSingleObject(timer, 0), WAIT_FAILED);
     }
-}
-
-TEST(WaitableTimer, InjectedFaultsFailWithTheirCode) {
-    Layer& layer = Layer::Instance();
-    layer.Reset();
-    layer.Fail(Fault::kWaitableTimer, 8, 1);
-    EXPECT_EQ(CreateWaitableTimerW(nullptr, FALSE, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), 8u);
-    const HANDLE timer = CreateWaitableTimerW(nullptr, FALSE, nullptr);
-    layer.Fail(Fault::kSetWaitableTimer, 87, 1);
-    EXPECT_FALSE(SetTimer(timer, 0));
-    EXPECT_EQ(GetLastError(), 87u);
-    SetTimer(timer, 0);
-    layer.Fail(Fault::kWait, 6, 1);
-    EXPECT_EQ(WaitForSingleObject(timer, 0), WAIT_FAILED);
-    EXPECT_EQ(WaitForSingleObject(timer, 0), WAIT_OBJECT_0);
-    CloseHandle(timer);
 }
 
 TEST(ThreadPriority, EveryLevelIsAcceptedForTheCurrentThreadOnlyAndErrorsBelongToTheirThread) {

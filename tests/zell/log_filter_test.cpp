@@ -7,29 +7,8 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 namespace {
-
-TEST(LogFilter, TellsTheListenerOfEachAttemptAndSuccess) {
-    std::vector<zell::LogEntry> entries;
-    zell::LogFilter(zell::LogAttempt, "clock.cpp", 1, "nobody listens", false);
-    zell::SetLogListener([&](const zell::LogEntry& entry) { entries.push_back(entry); });
-    zell::LogFilter(zell::LogAttempt, "clock.cpp", 7, "calling timeSetEvent", true);
-    zell::LogFilter(zell::LogSuccess, "clock.cpp", 9, "calling timeSetEvent", false);
-    zell::SetLogListener(nullptr);
-    zell::LogFilter(zell::LogAttempt, "clock.cpp", 11, "nobody listens", false);
-
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].kind, zell::LogAttempt);
-    EXPECT_STREQ(entries[0].file, "clock.cpp");
-    EXPECT_EQ(entries[0].line, 7);
-    EXPECT_STREQ(entries[0].description, "calling timeSetEvent");
-    EXPECT_TRUE(entries[0].flag);
-    EXPECT_EQ(entries[1].kind, zell::LogSuccess);
-    EXPECT_EQ(entries[1].line, 9);
-    EXPECT_FALSE(entries[1].flag);
-}
 
 TEST(LogFilter, AListenerThatThrowsDoesNotReachTheCaller) {
     zell::SetLogListener([](const zell::LogEntry&) { throw std::runtime_error("listener"); });
