@@ -22,6 +22,9 @@ public:
     struct Receiver {
         std::function<void(int milliseconds)> guiDelay;
         std::function<void(const std::string& text)> midiClockDebug;
+        std::function<void(bool isActive)> mtcActiveState{};
+        std::function<void(const std::string& name)> mtcFrameRate{};
+        std::function<void(unsigned int portIndex)> mtcOutputPort{};
     };
 
     GuiDispatcher();
@@ -29,6 +32,9 @@ public:
     void SetReceiver(Receiver receiver);
     void SendGuiDelayMessage(int milliseconds);
     void SendMidiClockDebugMessage(const std::string& text);
+    void SendMtcActiveStateNotification(bool isActive);
+    void SendMtcFrameRateNotification(const std::string& name);
+    void SendMtcOutputPortNotification(unsigned int portIndex);
 
 private:
     std::shared_ptr<const Receiver> Current();

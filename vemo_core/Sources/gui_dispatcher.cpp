@@ -41,6 +41,18 @@ void GuiDispatcher::SendMidiClockDebugMessage(const std::string& text) {
     Send<const std::string&>(Current()->midiClockDebug, text);
 }
 
+void GuiDispatcher::SendMtcActiveStateNotification(bool isActive) {
+    Send(Current()->mtcActiveState, isActive);
+}
+
+void GuiDispatcher::SendMtcFrameRateNotification(const std::string& name) {
+    Send<const std::string&>(Current()->mtcFrameRate, name);
+}
+
+void GuiDispatcher::SendMtcOutputPortNotification(unsigned int portIndex) {
+    Send(Current()->mtcOutputPort, portIndex);
+}
+
 std::shared_ptr<const GuiDispatcher::Receiver> GuiDispatcher::Current() {
     const std::lock_guard lock(mutex_);
     return receiver_;
