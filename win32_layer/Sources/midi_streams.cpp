@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "faults.h"
+#include "message_bytes.h"
 #include "stream_event_reader.h"
 
 namespace win32_layer {
@@ -30,8 +31,10 @@ MidiStreams& MidiStreams::Instance() {
     return *instance;
 }
 
-MMRESULT MidiStreams::Open(HMIDISTRM& handle, UINT device, LPMIDICALLBACK callback, DWORD_PTR instance) {
+MMRESULT MidiStreams::Open(HMIDISTRM& handle, Kind kind, UINT device, LPMIDICALLBACK callback, DWORD_PTR instance) {
     auto stream = std::make_shared<Stream>();
+    stream->kind = kind;
+    stream->paused = kind == Kind::kStream;
     stream->callback = callback;
     stream->instance = instance;
     stream->place = OutputDevices::Instance().At(device);
@@ -124,7 +127,7 @@ MMRESULT MidiStreams::Unprepare(HMIDISTRM handle, LPMIDIHDR header, UINT headerB
 MMRESULT MidiStreams::Out(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes) {
     Lock lock(mutex_);
     const auto stream = Find(handle);
-    if (!stream)
+    if (!stream || stream->kind != Kind::kStream)
         return MMSYSERR_INVALHANDLE;
     if (!header || headerBytes < sizeof(MIDIHDR))
         return MMSYSERR_INVALPARAM;
@@ -145,16 +148,95 @@ MMRESULT MidiStreams::Out(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes) 
             return MMSYSERR_INVALHANDLE;
         }
     }
-    ++totals_.queuedHeaders;
     ++totals_.streamOuts;
+    return Enqueue(*stream, header, lock);
+}
+
+MMRESULT MidiStreams::Enqueue(Stream& stream, LPMIDIHDR header, Lock& lock) {
+    ++totals_.queuedHeaders;
     if (buffersToHold_ > 0) {
         --buffersToHold_;
-        stream->held.Push(header);
+        stream.held.Push(header);
         return MMSYSERR_NOERROR;
     }
-    stream->waiting.Push(header);
-    LetWork(*stream, lock);
+    stream.waiting.Push(header);
+    LetWork(stream, lock);
     return MMSYSERR_NOERROR;
+}
+
+MMRESULT MidiStreams::OutBytes(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes) {
+    Lock lock(mutex_);
+    const auto stream = Find(handle);
+    if (!stream || stream->kind != Kind::kOutput)
+        return MMSYSERR_INVALHANDLE;
+    if (!header || headerBytes < sizeof(MIDIHDR))
+        return MMSYSERR_INVALPARAM;
+    if (!(header->dwFlags & MHDR_PREPARED))
+        return MIDIERR_UNPREPARED;
+    if (header->dwFlags & MHDR_INQUEUE)
+        return MIDIERR_STILLPLAYING;
+    if (!header->lpData || header->dwBufferLength == 0 || header->dwBufferLength > kLargestBufferBytes)
+        return MMSYSERR_INVALPARAM;
+    header->dwFlags = (header->dwFlags | MHDR_INQUEUE) & ~DWORD{MHDR_DONE};
+    return Enqueue(*stream, header, lock);
+}
+
+MMRESULT MidiStreams::OutShort(HMIDISTRM handle, DWORD message) {
+    Lock lock(mutex_);
+    const auto stream = Find(handle);
+    if (!stream)
+        return MMSYSERR_INVALHANDLE;
+    const std::uint8_t bytes[] = {static_cast<std::uint8_t>(message), static_cast<std::uint8_t>(message >> 8),
+                                  static_cast<std::uint8_t>(message >> 16)};
+    const std::size_t count = GetMessageBytes(bytes[0]);
+    if (count == 0)  // running status is not taken: the device may have other senders
+        return MMSYSERR_INVALPARAM;
+    if (stream->busy && stream->busyThread == std::this_thread::get_id())
+        return MIDIERR_NOTREADY;
+    ++stream->inlineCallers;
+    stream->changed.wait(lock, [&] { return !stream->busy; });
+    MMRESULT result = MMSYSERR_INVALHANDLE;
+    if (!stream->closed) {
+        stream->busy = true;
+        stream->busyThread = std::this_thread::get_id();
+        const auto timeSource = timeSource_;
+        lock.unlock();
+        PlayBytes(*stream, bytes, count, Now(timeSource));
+        lock.lock();
+        stream->busy = false;
+        result = MMSYSERR_NOERROR;
+    }
+    --stream->inlineCallers;
+    stream->changed.notify_all();
+    return result;
+}
+
+MMRESULT MidiStreams::ResetOutput(HMIDISTRM handle) {
+    constexpr unsigned int kChannels = 16;
+    constexpr unsigned int kNotes = 128;
+    {
+        Lock lock(mutex_);
+        const auto stream = Find(handle);
+        if (!stream || stream->kind != Kind::kOutput)
+            return MMSYSERR_INVALHANDLE;
+        ReturnQueued(*stream, lock);
+    }
+    // As the platform does: the damper up, and a note-off for every note there is.
+    for (DWORD channel = 0; channel < kChannels; ++channel) {
+        if (const MMRESULT result = OutShort(handle, 0xB0u | channel | 64u << 8))
+            return result;
+        for (DWORD note = 0; note < kNotes; ++note)
+            if (const MMRESULT result = OutShort(handle, 0x80u | channel | note << 8))
+                return result;
+    }
+    return MMSYSERR_NOERROR;
+}
+
+bool MidiStreams::HasQueuedHeaders(HMIDISTRM handle) const {
+    const std::lock_guard lock(mutex_);
+    const auto stream = Find(handle);
+    return stream && stream->kind == Kind::kOutput &&
+           (stream->playing || !stream->waiting.IsEmpty() || !stream->held.IsEmpty() || !stream->returning.IsEmpty());
 }
 
 MMRESULT MidiStreams::Restart(HMIDISTRM handle) {
@@ -173,18 +255,21 @@ MMRESULT MidiStreams::Stop(HMIDISTRM handle) {
     if (!stream)
         return MMSYSERR_INVALHANDLE;
     stream->paused = true;
-    HeaderQueue stopped;
-    stopped.Take(stream->waiting);
-    stopped.Take(stream->held);
-    stopped.SetAllDue(SteadyClock::now() + returnDelay_);
-    stream->returning.Take(stopped);
-    LetWork(*stream, lock);
-    if (returnDelay_ > std::chrono::milliseconds(0) ||
-        (stream->busy && stream->busyThread == std::this_thread::get_id()))
-        return MMSYSERR_NOERROR;
-    stream->changed.wait_until(lock, SteadyClock::now() + kStopPatience,
-                               [&] { return !stream->busy && !HasWork(*stream); });
+    ReturnQueued(*stream, lock);
     return MMSYSERR_NOERROR;
+}
+
+void MidiStreams::ReturnQueued(Stream& stream, Lock& lock) {
+    HeaderQueue stopped;
+    stopped.Take(stream.waiting);
+    stopped.Take(stream.held);
+    stopped.SetAllDue(SteadyClock::now() + returnDelay_);
+    stream.returning.Take(stopped);
+    LetWork(stream, lock);
+    if (returnDelay_ > std::chrono::milliseconds(0) || (stream.busy && stream.busyThread == std::this_thread::get_id()))
+        return;
+    stream.changed.wait_until(lock, SteadyClock::now() + kStopPatience,
+                              [&] { return !stream.busy && !HasWork(stream); });
 }
 
 std::shared_ptr<OutputDevices::Place> MidiStreams::GetPlace(HMIDISTRM handle) const {
@@ -300,6 +385,12 @@ bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
     lock.unlock();
     OutputDevices::Place& place = *stream.place;
     const std::chrono::nanoseconds time = Now(timeSource);
+    if (stream.kind == Kind::kOutput) {
+        PlayBytes(stream, reinterpret_cast<const std::uint8_t*>(header->lpData), header->dwBufferLength, time);
+        lock.lock();
+        stream.playing = nullptr;
+        return true;
+    }
     StreamEventReader reader(header->lpData, header->dwBytesRecorded);
     while (const auto event = reader.Next()) {
         if (event->messageBytes > 0 && place.present)
@@ -319,6 +410,14 @@ bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
     lock.lock();
     stream.playing = nullptr;
     return true;
+}
+
+void MidiStreams::PlayBytes(Stream& stream, const std::uint8_t* bytes, std::size_t count,
+                            std::chrono::nanoseconds time) {
+    if (!stream.place->present)
+        return;
+    stream.place->device->Play(bytes, count, time);
+    stream.place->device->EndBuffer();
 }
 
 void MidiStreams::GiveBack(Stream& stream, LPMIDIHDR header, Lock& lock) {
@@ -389,7 +488,7 @@ MMRESULT midiStreamOpen(LPHMIDISTRM stream, LPUINT device, DWORD deviceCount, DW
     if (flags != CALLBACK_FUNCTION && flags != CALLBACK_NULL)
         return MMSYSERR_INVALFLAG;
     const auto function = flags == CALLBACK_FUNCTION ? reinterpret_cast<LPMIDICALLBACK>(callback) : nullptr;
-    return MidiStreams::Instance().Open(*stream, *device, function, instance);
+    return MidiStreams::Instance().Open(*stream, MidiStreams::Kind::kStream, *device, function, instance);
 }
 
 MMRESULT midiStreamClose(HMIDISTRM stream) {
@@ -422,4 +521,42 @@ MMRESULT midiOutUnprepareHeader(HMIDIOUT output, LPMIDIHDR header, UINT headerBy
     if (const auto code = Faults::Instance().Take(Fault::kUnprepare))
         return *code;
     return MidiStreams::Instance().Unprepare(AsStream(output), header, headerBytes);
+}
+
+MMRESULT midiOutOpen(LPHMIDIOUT output, UINT device, DWORD_PTR callback, DWORD_PTR instance, DWORD flags) {
+    if (!output)
+        return MMSYSERR_INVALPARAM;
+    *output = nullptr;
+    if (const auto code = Faults::Instance().Take(Fault::kOpen))
+        return *code;
+    if (flags != CALLBACK_FUNCTION && flags != CALLBACK_NULL)
+        return MMSYSERR_INVALFLAG;
+    const auto function = flags == CALLBACK_FUNCTION ? reinterpret_cast<LPMIDICALLBACK>(callback) : nullptr;
+    HMIDISTRM handle = nullptr;
+    const MMRESULT result =
+        MidiStreams::Instance().Open(handle, MidiStreams::Kind::kOutput, device, function, instance);
+    *output = reinterpret_cast<HMIDIOUT>(handle);
+    return result;
+}
+
+MMRESULT midiOutShortMsg(HMIDIOUT output, DWORD message) {
+    if (const auto code = Faults::Instance().Take(Fault::kOut))
+        return *code;
+    return MidiStreams::Instance().OutShort(AsStream(output), message);
+}
+
+MMRESULT midiOutLongMsg(HMIDIOUT output, LPMIDIHDR header, UINT headerBytes) {
+    if (const auto code = Faults::Instance().Take(Fault::kOut))
+        return *code;
+    return MidiStreams::Instance().OutBytes(AsStream(output), header, headerBytes);
+}
+
+MMRESULT midiOutReset(HMIDIOUT output) {
+    return MidiStreams::Instance().ResetOutput(AsStream(output));
+}
+
+MMRESULT midiOutClose(HMIDIOUT output) {
+    if (MidiStreams::Instance().HasQueuedHeaders(AsStream(output)))
+        return MIDIERR_STILLPLAYING;
+    return MidiStreams::Instance().Close(AsStream(output));
 }

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -18,8 +19,8 @@
 
 namespace win32_layer {
 
-/// The open MIDI streams: takes buffers, plays them on their devices and gives
-/// them back.
+/// The open MIDI streams and plain MIDI outputs: takes buffers, plays them on their
+/// devices and gives them back.
 ///
 /// Owner:   the process; Instance().
 /// Threads: any. Each stream has a thread of its own, which plays its buffers and
@@ -39,16 +40,29 @@ public:
         std::uint64_t doneCallbacks = 0;
     };
 
+    enum class Kind {
+        kStream,  // buffers hold stream events, and wait for Restart()
+        kOutput   // buffers hold the bytes of system-exclusive messages, and play at once
+    };
+
     static MidiStreams& Instance();
 
     /// callback may be null. MOM_OPEN arrives on the calling thread.
-    MMRESULT Open(HMIDISTRM& handle, UINT device, LPMIDICALLBACK callback, DWORD_PTR instance);
+    MMRESULT Open(HMIDISTRM& handle, Kind kind, UINT device, LPMIDICALLBACK callback, DWORD_PTR instance);
     /// Gives back what is queued, waits for a running callback (not on that
     /// callback's own thread), then MOM_CLOSE on the calling thread.
     MMRESULT Close(HMIDISTRM handle);
     MMRESULT Prepare(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes);
     MMRESULT Unprepare(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes);
     MMRESULT Out(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes);
+    /// The same for a plain output: header holds bytes.
+    MMRESULT OutBytes(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes);
+    /// Plays one message on the calling thread, once what plays before it is over.
+    MMRESULT OutShort(HMIDISTRM handle, DWORD message);
+    /// Gives back what is queued and ends every note. Does not pause.
+    MMRESULT ResetOutput(HMIDISTRM handle);
+    /// Whether a plain output, which refuses to close then, has buffers queued.
+    bool HasQueuedHeaders(HMIDISTRM handle) const;
     MMRESULT Restart(HMIDISTRM handle);
     /// Pauses, and gives back what is queued; waits for these returns, but not
     /// where they are delayed, not on the callback's thread, and never for long: a
@@ -74,7 +88,8 @@ private:
 
     struct Stream {
         HMIDISTRM handle = nullptr;         // set before the stream is known to anyone,
-        LPMIDICALLBACK callback = nullptr;  // like the next three
+        LPMIDICALLBACK callback = nullptr;  // like the next four
+        Kind kind = Kind::kStream;
         DWORD_PTR instance = 0;
         std::shared_ptr<OutputDevices::Place> place;
         std::thread thread;
@@ -105,6 +120,10 @@ private:
     void WorkInline(Stream& stream, Lock& lock);
     void LetWork(Stream& stream, Lock& lock);
     void Observe(const MIDIHDR& header, Lock& lock);
+    MMRESULT Enqueue(Stream& stream, LPMIDIHDR header, Lock& lock);
+    void ReturnQueued(Stream& stream, Lock& lock);
+    /// Without the lock, by whoever has the stream busy.
+    static void PlayBytes(Stream& stream, const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time);
 
     mutable std::mutex mutex_;
     std::map<HMIDISTRM, std::shared_ptr<Stream>> streams_;

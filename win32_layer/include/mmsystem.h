@@ -1,6 +1,6 @@
 #pragma once
 
-// The multimedia calls that the engine uses: MIDI stream output, MIDI output
+// The multimedia calls that engine and player use: MIDI stream output, MIDI output
 // devices, one-shot timers. See windows.h.
 
 #include <windows.h>
@@ -162,6 +162,12 @@ extern "C" {
 WINMMAPI UINT WINAPI midiOutGetNumDevs();
 WINMMAPI MMRESULT WINAPI midiOutGetDevCapsW(UINT_PTR device, LPMIDIOUTCAPSW caps, UINT capsBytes);
 WINMMAPI MMRESULT WINAPI midiOutGetErrorTextW(MMRESULT code, LPWSTR text, UINT textCharacters);
+WINMMAPI MMRESULT WINAPI midiOutOpen(LPHMIDIOUT output, UINT device, DWORD_PTR callback, DWORD_PTR instance,
+                                     DWORD flags);
+WINMMAPI MMRESULT WINAPI midiOutShortMsg(HMIDIOUT output, DWORD message);
+WINMMAPI MMRESULT WINAPI midiOutLongMsg(HMIDIOUT output, LPMIDIHDR header, UINT headerBytes);
+WINMMAPI MMRESULT WINAPI midiOutReset(HMIDIOUT output);
+WINMMAPI MMRESULT WINAPI midiOutClose(HMIDIOUT output);
 WINMMAPI MMRESULT WINAPI midiOutPrepareHeader(HMIDIOUT output, LPMIDIHDR header, UINT headerBytes);
 WINMMAPI MMRESULT WINAPI midiOutUnprepareHeader(HMIDIOUT output, LPMIDIHDR header, UINT headerBytes);
 
