@@ -6,10 +6,12 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "midi/midi_buffer.h"
 #include "midi/midi_stream.h"
+#include "midi/time_code_converter.h"
 #include "midi/user_controls.h"
 #include "player/device_state.h"
 #include "player/loaded_song.h"
@@ -36,6 +38,8 @@ public:
         int countInLeft = 0;  // clocks of the count-in, with this one; 0: music
         int countInClocksPerBar = 0;
         int countInClockNumber = 0;
+        // On the show's axis, in seconds: where the cycle begins and where the next one does.
+        std::pair<double, double> timeCode;
         std::vector<std_midi::VoiceMessage> messages;
     };
     /// What the device has heard of a song.
@@ -55,6 +59,8 @@ public:
 
     /// For all starts from now on.
     void SetStreams(ShowStreams* streams);
+    /// The time axis of the show that the streams are of.
+    void SetTimeAxis(const TimeCodeConverter& axis) { axis_ = axis; }
     /// Makes the song the stream's current one, once it is built.
     void Select(const std::shared_ptr<LoadedSong>& song);
     /// The ring is empty, and the device holds this.
@@ -144,6 +150,7 @@ private:
     UserControls& userControls_;
     const std::shared_ptr<MidiBuffer> scratchBuffer_;
     ShowStreams* streams_ = nullptr;
+    std::optional<TimeCodeConverter> axis_;  // at the song that is filled
     std::shared_ptr<LoadedSong> song_;
     std::shared_ptr<LoadedSong> selected_;  // whose stream stream_ is
     std::shared_ptr<LoadedSong> next_;

@@ -14,6 +14,7 @@
 #include "player/play_options.h"
 #include "player/show_commands.h"
 #include "player/song_inspection.h"
+#include "player/time_code_command.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ int ListDevices() {
 bool IsForScreen(const player::PlayOptions& options) {
     const bool isShow = options.files.size() == 1 && options.files.front().ends_with(".json");
     return isShow && player::HasTerminal() && options.serveAt.empty() && !options.offline && !options.json &&
-           options.script.empty() && options.recordTo.empty();
+           options.script.empty() && options.recordTo.empty() && options.mtcRecordTo.empty();
 }
 
 std::string Joined(const std::vector<std::string>& words) {
@@ -82,6 +83,11 @@ int main(int argc, char** argv) {
     play.add_flag("--allow-outside", options.allowOutside, "A show file's songs may lie outside its folder");
     play.add_option("--script", options.script, "Carry out the timed commands of this file: at BAR:BEAT COMMAND");
 
+    play.add_option("--mtc", options.mtc, "Send MIDI Time Code, at 24, 25, 29.97df or 30 frames a second");
+    play.add_option("--mtc-output", options.mtcOutput, "The output for time code, by its name or index");
+    play.add_option("--mtc-start", options.mtcStart, "The time at which the show begins, as 01:00:00:00");
+    play.add_option("--mtc-record", options.mtcRecordTo, "Write every message of the time code to this file of lines");
+
     std::string socket;
     play.add_option("--serve", options.serveAt,
                     "Stand ready at the first song and obey at a control socket with this path")
@@ -109,6 +115,9 @@ int main(int argc, char** argv) {
     CLI::App& verify = *program.add_subcommand("verify", "Name every fault of a show file and its songs.");
     verify.add_option("SHOW", showFile, "The show file")->required();
     verify.add_flag("--allow-outside", allowOutside, "Take songs from elsewhere than below the show's folder");
+    std::string timeCodeSource;
+    CLI::App& timeCode = *program.add_subcommand("timecode", "Follow MIDI Time Code as a receiver does.");
+    timeCode.add_option("SOURCE", timeCodeSource, "A recording (see: play --mtc-record)")->required();
     CLI::App& devices = *program.add_subcommand("devices", "List the MIDI outputs.");
 
     try {
@@ -131,6 +140,8 @@ int main(int argc, char** argv) {
             return player::NewShow(showFile, showSongs, overwrite);
         if (verify.parsed())
             return player::VerifyShow(showFile, allowOutside);
+        if (timeCode.parsed())
+            return player::FollowTimeCode(timeCodeSource);
         if (devices.parsed())
             return ListDevices();
     } catch (const std::exception& error) {

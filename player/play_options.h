@@ -21,6 +21,10 @@ struct PlayOptions {
     std::string script;
     bool resume = false;        // a show file: come back, stopped, to where it was
     bool allowOutside = false;  // its songs may lie outside its folder
+    std::string mtc;            // a frame rate, as TimeCodeControl::ParseFrameRate() takes it; empty: not said
+    std::string mtcOutput;      // name or index; empty: not said
+    std::string mtcStart;       // a label; empty: the day's beginning
+    std::string mtcRecordTo;
     /// The path of a control socket: an operator steers, and nothing plays by itself.
     std::string serveAt;
 };

@@ -15,6 +15,7 @@
 
 #include "midi/midi_buffer.h"
 #include "midi/standard_midi_clock.h"
+#include "midi/time_code_converter.h"
 #include "midi/user_controls.h"
 #include "midi/win32/midi_output_win32.h"
 #include "player/cycle_filler.h"
@@ -23,6 +24,7 @@
 #include "player/playback_feed.h"
 #include "player/show.h"
 #include "player/show_streams.h"
+#include "player/time_code_sender.h"
 
 namespace player {
 
@@ -51,6 +53,9 @@ public:
         /// the clock's thread, with the next cycle filled (or nothing left to wait
         /// for), and may steer meanwhile.
         std::function<void()> beforeVirtualClock;
+        /// Is told the place of every clock, and of where the show stands; may be null. It
+        /// outlives the host.
+        TimeCodeSender* timeCode = nullptr;
         /// Playback of an arming ended by itself, at a pause of the song or at its
         /// end. On a thread of the engine's, no lock held; must only post.
         std::function<void(std::uint64_t arming)> stopped;
@@ -95,6 +100,8 @@ public:
     void DecreaseGuiDelay() { output_->DecreaseGuiDelay(); }
     /// Gives a device that has lost its state the whole of it again.
     void Resend();
+    /// Where nothing plays, sends the place as time code.
+    void TellPlace();
 
     /// Silences the device at once: all notes off, every sounding note's own
     /// note-off, pedals up and all sound off on every channel. Playing goes on. Any
@@ -148,8 +155,11 @@ private:
     void SendEndings(const std::vector<vemo_midi::VoiceEvent>& events);
     void SendOwnEvents(const std::vector<vemo_midi::VoiceEvent>& events);
     void RequireSong() const;
+    /// While nothing plays, under songMutex_.
+    void LocateTimeCode(std::uint32_t tick);
 
     PlaybackFeed& feed_;
+    TimeCodeSender* const timeCode_;
     const std::function<void()> beforeVirtualClock_;
     const std::function<void(std::uint64_t)> stopped_;
     const std::function<void(std::uint64_t)> wentOn_;
@@ -172,6 +182,7 @@ private:
     mutable std::condition_variable filled_;
     // Guarded by songMutex_ to the end of the list.
     std::unique_ptr<ShowStreams> streams_;
+    std::optional<TimeCodeConverter> axis_;  // of the show
     CycleFiller filler_;
     std::shared_ptr<LoadedSong> song_;     // that is heard
     std::shared_ptr<LoadedSong> follow_;   // what it leads into

@@ -68,9 +68,10 @@ struct ScreenModel {
     std::size_t songsLoaded = 0;
     std::size_t songsToLoad = 0;
     std::string deviceName;
-    std::string deviceState;     // "ok", "stalled" or "fault"
-    bool wantsTimeCode = false;  // the show does
+    std::string deviceState;  // "ok", "stalled" or "fault"
     std::string timeCodeState = "off";
+    std::string timeCodeRate;  // "25 fps"
+    std::string timeCode;      // the label that is sent; empty: none
 
     // Of the position.
     int bar = 0;  // below 0: bars of the count-in that are left

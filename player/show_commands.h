@@ -17,7 +17,8 @@ namespace player {
 int NewShow(const std::filesystem::path& path, const std::vector<std::string>& files, bool overwrite);
 
 /// Prints every fault of a show and its songs at once, and for a good one, on standard
-/// output, a line for each song.
+/// output, a line for each song with where it starts on the show's time axis. Warns of a
+/// song that starts elsewhere than when the show was verified before.
 int VerifyShow(const std::filesystem::path& path, bool allowOutside);
 
 }  // namespace player

@@ -52,5 +52,7 @@ void WriteShowFile(const ShowDocument& document, const std::filesystem::path& pa
 /// of what it says. Refuses a file with faults, trims in a show of programs, and
 /// values out of range, and then leaves the file as it was.
 void SaveBalance(const std::filesystem::path& path, const std::map<int, int>& trims, const std::set<int>& mutes);
+/// The same for whether time code is sent.
+void SaveTimeCodeActive(const std::filesystem::path& path, bool active);
 
 }  // namespace player

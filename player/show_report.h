@@ -28,20 +28,26 @@ public:
         std::string state;  // "ok", "stalled" or "fault"
         bool operator==(const Device&) const = default;
     };
+    /// Of the time code that is sent.
+    struct TimeCode {
+        std::string state = "off";  // "off", "on" or "lost"
+        std::string rate;
+        bool operator==(const TimeCode&) const = default;
+    };
     /// How many songs are built, and how many there are to build.
     using Progress = std::pair<std::size_t, std::size_t>;
 
     /// Nothing is heard where the music stands.
     std::string StateOf(const TransportSnapshot& snapshot, const std::optional<PlaybackRecord>& heard,
-                        const Device& device, Progress progress);
+                        const Device& device, const TimeCode& timeCode, Progress progress);
     /// Of each track, from 1: the operator's, else the song's latest up to the place, else
     /// the one that the show file or the track begins with.
     std::vector<int> ProgramsOf(const TransportSnapshot& snapshot, const std::optional<PlaybackRecord>& heard);
-    /// Of what is heard while the music plays.
+    /// Of what is heard while the music plays. timeCode: the label that is sent.
     std::string PositionOf(const TransportSnapshot& snapshot, const PlaybackRecord& heard,
-                           const std::vector<int>& activeChannels);
+                           const std::vector<int>& activeChannels, const std::string& timeCode);
     /// Of where it stands.
-    std::string PositionOf(const TransportSnapshot& snapshot);
+    std::string PositionOf(const TransportSnapshot& snapshot, const std::string& timeCode);
 
 private:
     void Prepare(const TransportSnapshot& snapshot);

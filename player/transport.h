@@ -20,6 +20,7 @@
 #include "player/playback_feed.h"
 #include "player/playback_host.h"
 #include "player/show_state.h"
+#include "player/time_code_control.h"
 #include "player/transport_command.h"
 #include "player/transport_snapshot.h"
 
@@ -58,6 +59,8 @@ public:
         /// Of shows opened later: whether their songs may lie outside their folder.
         bool allowOutside = false;
         std::optional<ShowState> resume;
+        /// Null: no time code is to be had. It outlives the transport.
+        TimeCodeControl* timeCode = nullptr;
         /// Virtual time: runs on the clock's thread before every clock, and may
         /// post commands and wait for their answers.
         std::function<void()> beforeVirtualClock;
@@ -82,6 +85,8 @@ public:
     std::shared_ptr<const TransportSnapshot> WaitForChange(std::uint64_t number,
                                                            std::chrono::milliseconds atMost) const;
     const PlaybackHost& GetHost() const { return host_; }
+    /// Null where none is to be had.
+    const TimeCodeSender* GetTimeCode() const { return timeCode_ ? &timeCode_->GetSender() : nullptr; }
 
 private:
     using Entry = TransportSnapshot::Entry;
@@ -110,6 +115,7 @@ private:
     CommandAnswer GoToEntry(bool forward);
     CommandAnswer EditSetList(const TransportCommand& command);
     CommandAnswer Save();
+    CommandAnswer ExecuteTimeCode(const TransportCommand& command);
 
     CommandAnswer Start();
     CommandAnswer StopMusic();
@@ -156,6 +162,7 @@ private:
     PlaybackFeed& feed_;
     const bool goesOn_;
     const bool allowOutside_;
+    TimeCodeControl* const timeCode_;
 
     mutable std::mutex mutex_;
     std::condition_variable posted_;

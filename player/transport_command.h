@@ -59,6 +59,9 @@ enum class CommandKind {
     kGuiDelayUp,
     kGuiDelayDown,
     kClick,
+    kTimeCode,
+    kTimeCodeRate,
+    kTimeCodeOutput,
     kResend,
     kPanic,
     kSave,
@@ -71,6 +74,7 @@ enum class CommandKind {
 /// One argument of a command.
 enum class ArgumentKind {
     kPath,      // the rest of the line
+    kDevice,    // the rest of the line: an output by name or index
     kSong,      // a song's number in the show, or its key
     kBarBeat,   // BAR[:BEAT]
     kFactor,    // 0.5 to 2
@@ -80,7 +84,8 @@ enum class ArgumentKind {
     kTrim,      // percent, 0 to 127
     kProgram,   // 1 to 128
     kPlace,     // in the set list, from 1
-    kSwitch     // on or off
+    kSwitch,    // on or off
+    kFrameRate  // 24, 25, 29.97df or 30
 };
 
 /// One thing that an operator, a script or a pedal can ask for.
@@ -109,7 +114,7 @@ struct TransportCommand {
     int value = 0;   // trim, program, a second place; 1 for on
     int beat = 1;
     double factor = 1;
-    std::string text;  // a path, or a song
+    std::string text;  // a path, a song, a device or a frame rate
 };
 
 /// Reads "locate 12:1". std::invalid_argument with one line that says what is

@@ -81,6 +81,8 @@ void CycleFiller::Select(const std::shared_ptr<LoadedSong>& song) {
     stream_->SetUserProgramChanges(song->plan.userPrograms);
     selected_ = song;
     song_ = song;
+    if (axis_)
+        axis_->UpdateToNewSong(song->plan.key, song->plan.song->song.GetResolution());
     pendingUnmutes_.clear();
     channelsToSilence_.clear();
 }
@@ -244,6 +246,10 @@ void CycleFiller::Fill(MidiBuffer& buffer) {
     cycle.song = song_;
     cycle.tick = tick;
     cycle.transposition = Transposition();
+    if (axis_)
+        cycle.timeCode = axis_->GetTimeCodeSecondsPair(tick);
+    buffer.SetTimeCodeSeconds(cycle.timeCode.first);
+    buffer.SetNextTimeCodeSeconds(cycle.timeCode.second);
 
     EndClick(buffer, cycle);
     const bool enters = entry_ != Entry::kRunning;

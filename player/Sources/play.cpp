@@ -32,6 +32,8 @@
 #include "player/show_file.h"
 #include "player/show_loading.h"
 #include "player/state_keeper.h"
+#include "player/time_code_control.h"
+#include "player/time_code_recording.h"
 #include "player/transport.h"
 #include "vemo_core/exception_log.h"
 #include "zell/cout_buffer.h"
@@ -174,6 +176,9 @@ public:
           script_(std::move(script), [&reports](const std::string& message) { reports.Add(message); }),
           devices_(devices),
           recording_(options.recordTo.empty() ? nullptr : std::make_unique<Recording>(options.recordTo)),
+          timeCodeRecording_(options.mtcRecordTo.empty() ? nullptr
+                                                         : std::make_unique<TimeCodeRecording>(options.mtcRecordTo)),
+          timeCode_(TimeCodeSettings(options, output)),
           exceptionSink_(SetExceptionLogSink([this](const LoggedException& logged) { NoteException(logged); })),
           feed_(options.offline ? PlaybackFeed::Lag::kGrow : PlaybackFeed::Lag::kDropOldest),
           writer_(options.json ? PositionWriter::Form::kJson : PositionWriter::Form::kLine,
@@ -185,6 +190,7 @@ public:
             settings.resume = std::move(resume);
             settings.allowOutside = options.allowOutside;
             settings.output = output;
+            settings.timeCode = &timeCode_;
             // What the command line says holds for the whole run.
             settings.holds = options.tempoScale != 1 || options.transposition != 0;
             settings.goesOn = !isServed_;
@@ -240,6 +246,14 @@ public:
         if (recording_) {
             try {
                 recording_->Commit(firstClock_);
+            } catch (const std::exception& error) {
+                Complain(error.what());
+                status = kFailed;
+            }
+        }
+        if (timeCodeRecording_) {
+            try {
+                timeCodeRecording_->Commit(firstClock_);
             } catch (const std::exception& error) {
                 Complain(error.what());
                 status = kFailed;
@@ -321,6 +335,24 @@ private:
         }
     }
 
+    TimeCodeControl::Settings TimeCodeSettings(const PlayOptions& options, const std::string& output) {
+        TimeCodeControl::Settings settings;
+        if (!options.mtc.empty())
+            settings.frameRate = TimeCodeControl::ParseFrameRate(options.mtc);
+        settings.output = options.mtcOutput;
+        if (!options.mtcStart.empty())
+            settings.start = TimeCodeControl::ParseLabel(options.mtcStart);
+        settings.musicOutput = output;
+        if (isOffline_)
+            settings.virtualTime = [this] { return running_ ? running_->GetHost().GetTime() : 0ns; };
+        if (timeCodeRecording_)
+            settings.observer = [this](const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) {
+                timeCodeRecording_->Add(bytes, count, time);
+            };
+        settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
+        return settings;
+    }
+
     void NoteException(const LoggedException& logged) {
         reports_.Add(logged.message + " (" + logged.sourcePath + ")");
         const bool endsThread = logged.sourcePath == "midi/Sources/midi_queue_thread" ||
@@ -392,12 +424,16 @@ private:
     std::atomic<bool> quitIsAsked_{false};
     ActivityMeter activity_;
     Reports& reports_;
+    // For the engine's threads, also while the transport is being destroyed.
+    Transport* running_ = nullptr;
     ScriptRunner script_;
     std::atomic<bool> scriptHasSettled_{false};
     std::atomic<bool> isClosing_{false};
     CurrentShow show_;
     OutputDevices& devices_;
     std::unique_ptr<Recording> recording_;
+    std::unique_ptr<TimeCodeRecording> timeCodeRecording_;
+    TimeCodeControl timeCode_;
     std::mutex exceptionMutex_;
     std::string lastException_;  // guarded by exceptionMutex_
     std::atomic<bool> engineThreadIsDead_{false};
@@ -409,8 +445,6 @@ private:
     ClockStatistics statistics_;
     std::thread listener_;
     std::unique_ptr<Transport> transport_;
-    // For the engine's threads, also while the transport is being destroyed.
-    Transport* running_ = nullptr;
     std::unique_ptr<ControlServer> server_;
     std::unique_ptr<StateKeeper> keeper_;
 };

@@ -45,6 +45,7 @@ void TryEach(std::initializer_list<std::function<void()>> steps) {
 
 PlaybackHost::PlaybackHost(const Settings& settings, PlaybackFeed& feed)
     : feed_(feed),
+      timeCode_(settings.timeCode),
       beforeVirtualClock_(settings.beforeVirtualClock),
       stopped_(settings.stopped),
       wentOn_(settings.wentOn),
@@ -66,6 +67,10 @@ PlaybackHost::PlaybackHost(const Settings& settings, PlaybackFeed& feed)
         },
         [this] { Stopped(); }, [this] { ClockIsActive(); }, [this](std::uint32_t tick) { return CyclePlayed(tick); },
         *clock_, &hostMutex_);
+    if (timeCode_)
+        output_->SetTimeCodeCallback([this](double seconds, double nextSeconds, double clockSeconds) {
+            timeCode_->Play(seconds, nextSeconds, clockSeconds);
+        });
     output_->Initialize(kPortCount);
     // Before the stream is opened: only then does the buffer get its headers.
     output_->GetPorts().RegisterMidiBuffer(ownBuffer_);
@@ -111,9 +116,12 @@ void PlaybackHost::RequireSong() const {
 
 void PlaybackHost::SetShow(std::shared_ptr<const Show> show) {
     Disarm();
+    TimeCodeConverter axis(show->GetData());
     auto streams = std::make_unique<ShowStreams>(std::move(show));
     std::lock_guard lock(songMutex_);
     filler_.SetStreams(streams.get());
+    filler_.SetTimeAxis(axis);
+    axis_ = std::move(axis);
     song_ = nullptr;
     follow_ = nullptr;
     retired_ = nullptr;
@@ -148,6 +156,13 @@ void PlaybackHost::Load(SongToPlay toPlay) {
     hasSongStartTime_ = false;
     songStarted_ = false;
     fault_.clear();
+    axis_->UpdateToNewSong(song_->plan.key, song_->plan.song->song.GetResolution());
+    LocateTimeCode(Place());
+}
+
+void PlaybackHost::LocateTimeCode(std::uint32_t tick) {
+    if (timeCode_)
+        timeCode_->Locate(axis_->ConvertTickIndexToSeconds(tick));
 }
 
 void PlaybackHost::Follow(std::optional<SongToPlay> next) {
@@ -185,6 +200,7 @@ std::optional<std::uint64_t> PlaybackHost::Locate(std::uint32_t tick) {
         // The stream would take notes for sounding on that were ended.
         if (notesHaveEnded)
             sounding_.reset();
+        LocateTimeCode(song_->playTracker.RoundDownToNearestClock(tick));
     }
     if (notesHaveEnded) {
         try {
@@ -273,8 +289,10 @@ void PlaybackHost::Stop() {
         isAtPause_ = false;
         isCountingIn_ = false;
         sounding_.reset();
-        if (song_)
+        if (song_) {
             filler_.ReturnTo(song_);
+            LocateTimeCode(Place());
+        }
     }
     TryEach({[this] { output_->AllNotesOff(); }, [this] { EndNotes(); }});
 }
@@ -289,6 +307,7 @@ void PlaybackHost::FinishSong() {
         filler_.Stop();
         startTick_ = song_->startTick;
         sounding_.reset();
+        LocateTimeCode(Place());
     }
     // The last buffer has sent all notes off.
     EndNotes();
@@ -300,6 +319,7 @@ void PlaybackHost::FinishAtPause() {
     std::lock_guard lock(songMutex_);
     filler_.Stop();
     filler_.ReturnTo(song_);
+    LocateTimeCode(Place());
 }
 
 void PlaybackHost::Panic() {
@@ -432,6 +452,13 @@ void PlaybackHost::Resend() {
             playedState_.AppendState(channel, events);
     }
     SendOwnEvents(events);
+}
+
+void PlaybackHost::TellPlace() {
+    const bool isPlaying = IsPlaying();
+    std::lock_guard lock(songMutex_);
+    if (song_ && !isPlaying)
+        LocateTimeCode(Place());
 }
 
 bool PlaybackHost::IsPlaying() const {
@@ -590,6 +617,7 @@ bool PlaybackHost::CyclePlayed(std::uint32_t tick) {
     if (cycle.song != song_)
         GoOnTo(cycle.song, lock);
     const signed char transposition = cycle.transposition;
+    const auto timeCode = cycle.timeCode;
     const std::uint32_t next = tick + song_->ticksPerClock;
     sounding_ = {next, transposition};
     playedSinceArming_ = true;
@@ -613,6 +641,7 @@ bool PlaybackHost::CyclePlayed(std::uint32_t tick) {
     lock.unlock();
     if (clockTimeChanged && !pauses)
         clock_->SetClockTime(clockTime, next);
+    output_->DoTimeCodeCallback(timeCode.first, timeCode.second, clockTime);
     feed_.Publish(record);
     return pauses;
 }
@@ -652,6 +681,7 @@ void PlaybackHost::GoOnTo(const std::shared_ptr<LoadedSong>& song, std::unique_l
     feed_.Publish(end);
     retired_ = std::move(song_);
     song_ = song;
+    axis_->UpdateToNewSong(song_->plan.key, song_->plan.song->song.GetResolution());
     follow_ = nullptr;
     startTick_ = song_->startTick;
     songStartTime_ = clockTime_;

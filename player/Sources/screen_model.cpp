@@ -95,8 +95,8 @@ void TakeState(const Json& json, ScreenModel& model) {
     Get(json, "songsToLoad", model.songsToLoad);
     Get(ObjectOf(json, "device"), "name", model.deviceName);
     Get(ObjectOf(json, "device"), "state", model.deviceState);
-    Get(ObjectOf(json, "timeCode"), "wanted", model.wantsTimeCode);
     Get(ObjectOf(json, "timeCode"), "state", model.timeCodeState);
+    Get(ObjectOf(json, "timeCode"), "rate", model.timeCodeRate);
 }
 
 void TakePosition(const Json& json, ScreenModel& model) {
@@ -116,6 +116,7 @@ void TakePosition(const Json& json, ScreenModel& model) {
     Get(json, "length", model.length);
     Get(json, "showSeconds", model.showSeconds);
     Get(json, "showLength", model.showLength);
+    Get(json, "timeCode", model.timeCode);
     model.activeChannels.clear();
     for (const Json& channel : ListOf(json, "active"))
         if (channel.is_number_integer())

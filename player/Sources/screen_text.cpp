@@ -256,11 +256,15 @@ private:
         const int deviceColumns = std::min(ColumnsOf(device), width / 2 - clockColumns);
         canvas_.Put(row, width - clockColumns - deviceColumns, deviceColumns, device, style);
         canvas_.Put(row, width - clockColumns, clockColumns - 1, frame_.wallClock, ScreenText::kBold, Align::kRight);
-        const bool lacksTimeCode = model_.wantsTimeCode && model_.timeCodeState == "off";
-        const std::string timeCode = (lacksTimeCode ? canvas_.Either("✗ ", "! ") : "") + ("TC " + model_.timeCodeState);
+        const bool isLost = model_.timeCodeState == "lost";
+        std::string timeCode = "TC off";
+        if (isLost)
+            timeCode = std::string(canvas_.Either("✗ ", "! ")) + "TC LOST " + model_.timeCode;
+        else if (model_.timeCodeState == "on")
+            timeCode = std::string(canvas_.Either("● ", "* ")) + "TC " + model_.timeCode;
         const int lampColumns = ColumnsOf(timeCode) + 2;
         const int lampAt = width - clockColumns - deviceColumns - lampColumns;
-        canvas_.Put(row, lampAt, lampColumns - 2, timeCode, lacksTimeCode ? ScreenText::kBad | ScreenText::kBold : 0u);
+        canvas_.Put(row, lampAt, lampColumns - 2, timeCode, isLost ? ScreenText::kBad | ScreenText::kBold : 0u);
         canvas_.Put(row, at, lampAt - at - 1, model_.showTitle);
     }
 

@@ -1,16 +1,22 @@
 #include "player/show_commands.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <set>
 
+#include "midi/midi_time_code.h"
+#include "midi/midi_time_code_controller.h"
+#include "midi/time_code_converter.h"
 #include "player/display_text.h"
 #include "player/midi_file_import.h"
 #include "player/midi_file_reader.h"
 #include "player/show_file.h"
 #include "player/show_loading.h"
 #include "player/song_inspection.h"
+#include "player/song_starts.h"
+#include "player/time_code_control.h"
 #include "zell/format.h"
 
 namespace player {
@@ -21,6 +27,9 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kRefused = 2;
+constexpr double kSecondsPerDay = 86'400;
+// Less than anybody sees: half a quarter frame.
+constexpr double kMovedSeconds = 0.004;
 
 void Complain(const std::string& line) {
     std::fprintf(stderr, "vemo_player: %s\n", line.c_str());
@@ -63,6 +72,41 @@ std::string UniqueKey(const fs::path& file, std::set<std::string>& taken) {
     for (int count = 2; !taken.insert(key).second; ++count)
         key = zell::format("%s %d", stem, count);
     return key;
+}
+
+/// The frame rate that the show's time code has.
+FrameRate RateOf(const Show& show) {
+    const std::u8string path = TimeCodeControl::SettingsPathFor(show.GetFile()).u8string();
+    const FrameRate stored = MidiTimeCodeController(std::string(path.begin(), path.end())).GetFrameRate();
+    return stored > FrameRate::k30 ? FrameRate::k30 : stored;
+}
+
+/// Every song with its length and where it begins on the show's time axis; what has moved
+/// since the show was verified before is said.
+void ListSongs(const Show& show) {
+    const FrameRate rate = RateOf(show);
+    const auto labelOf = [rate](double seconds) {
+        return MidiTimeCode(std::fmod(seconds, kSecondsPerDay), rate).GetAsString();
+    };
+    const auto before = ReadSongStarts(show.GetFile());
+    TimeCodeConverter axis(show.GetData());
+    SongStarts starts;
+    for (const ShowSong& song : show.GetSongs()) {
+        axis.UpdateToNewSong(song.key, song.song->song.GetResolution());
+        const double start = axis.ConvertTickIndexToSeconds(0);
+        starts[song.key] = start;
+        std::printf("%3d  %8s  starts at %s  %s\n", song.number, LengthOf(*song.song).c_str(), labelOf(start).c_str(),
+                    song.title.c_str());
+        if (before && before->contains(song.key) && std::abs(before->at(song.key) - start) > kMovedSeconds)
+            Complain("warning: '" + song.title + "' starts at " + labelOf(start) +
+                     " of the show's time code; when the show was verified before it was " +
+                     labelOf(before->at(song.key)));
+    }
+    try {
+        WriteSongStarts(show.GetFile(), starts);
+    } catch (const std::exception& error) {
+        Complain(std::string("warning: ") + error.what());
+    }
 }
 
 }  // namespace
@@ -112,8 +156,7 @@ int VerifyShow(const fs::path& path, bool allowOutside) {
             }
         if (!isGood)
             return kRefused;
-        for (const ShowSong& song : show->GetSongs())
-            std::printf("%3d  %8s  %s\n", song.number, LengthOf(*song.song).c_str(), song.title.c_str());
+        ListSongs(*show);
         return kDone;
     } catch (const ShowFileError& error) {
         for (const std::string& fault : error.GetFaults())

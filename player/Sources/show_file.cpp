@@ -651,4 +651,11 @@ void SaveBalance(const std::filesystem::path& path, const std::map<int, int>& tr
     Write(text.root, path);
 }
 
+void SaveTimeCodeActive(const std::filesystem::path& path, bool active) {
+    JsonText text = ReadJson(ReadFileText(path));
+    Understand(text, path.string());
+    SetMember(text.root, "timeCode", Json{{"active", active}});
+    Write(text.root, path);
+}
+
 }  // namespace player

@@ -127,7 +127,7 @@ std::vector<int> ShowReport::ProgramsOf(const TransportSnapshot& snapshot, const
 }
 
 std::string ShowReport::StateOf(const TransportSnapshot& snapshot, const std::optional<PlaybackRecord>& heard,
-                                const Device& device, Progress progress) {
+                                const Device& device, const TimeCode& timeCode, Progress progress) {
     Prepare(snapshot);
     Json state = {{"state", player::NameOf(snapshot.state)}, {"change", snapshot.number}};
     state["show"] = show_ ? ShowOf(*show_) : Json();
@@ -165,8 +165,7 @@ std::string ShowReport::StateOf(const TransportSnapshot& snapshot, const std::op
     state["songsLoaded"] = progress.first;
     state["songsToLoad"] = progress.second;
     state["device"] = {{"name", device.name}, {"state", device.state}};
-    // Whatever the show asks for: none is sent.
-    state["timeCode"] = {{"wanted", show_ && show_->GetDocument().timeCodeActive}, {"state", "off"}};
+    state["timeCode"] = {{"state", timeCode.state}, {"rate", timeCode.rate}};
     return Dump(state);
 }
 
@@ -197,15 +196,15 @@ PlaybackRecord ShowReport::PlaceOf(const TransportSnapshot& snapshot) const {
     return place;
 }
 
-std::string ShowReport::PositionOf(const TransportSnapshot& snapshot) {
+std::string ShowReport::PositionOf(const TransportSnapshot& snapshot, const std::string& timeCode) {
     Prepare(snapshot);
     if (!show_ || snapshot.song == 0)
         return Dump({{"song", 0}});
-    return PositionOf(snapshot, PlaceOf(snapshot), {});
+    return PositionOf(snapshot, PlaceOf(snapshot), {}, timeCode);
 }
 
 std::string ShowReport::PositionOf(const TransportSnapshot& snapshot, const PlaybackRecord& heard,
-                                   const std::vector<int>& activeChannels) {
+                                   const std::vector<int>& activeChannels, const std::string& timeCode) {
     Prepare(snapshot);
     // A clock of the song that was heard before another show was opened.
     if (!show_ || heard.song == 0 || heard.song > times_.size() || !times_[heard.song - 1])
@@ -246,6 +245,7 @@ std::string ShowReport::PositionOf(const TransportSnapshot& snapshot, const Play
     position["showSeconds"] = before + seconds;
     position["showLength"] = whole;
     position["active"] = activeChannels;
+    position["timeCode"] = timeCode;
     return Dump(position);
 }
 

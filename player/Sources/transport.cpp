@@ -58,23 +58,25 @@ Transport::Transport(const Settings& settings, CurrentShow& currentShow, Playbac
       feed_(feed),
       goesOn_(settings.goesOn),
       allowOutside_(settings.allowOutside),
+      timeCode_(settings.timeCode),
       snapshot_(std::make_shared<TransportSnapshot>()),
       alwaysMuted_(settings.mutedChannels),
       holds_(settings.holds),
-      host_({settings.output, settings.beforeVirtualClock,
-             [this](std::uint64_t arming) {
-                 Enqueue([this, arming] {
-                     SongStopped(arming);
-                     return CommandAnswer{true, {}, 0};
-                 });
-             },
-             [this](std::uint64_t token) {
-                 Enqueue([this, token] {
-                     WentOn(token);
-                     return CommandAnswer{true, {}, 0};
-                 });
-             }},
-            feed) {
+      host_(
+          {settings.output, settings.beforeVirtualClock, settings.timeCode ? &settings.timeCode->GetSender() : nullptr,
+           [this](std::uint64_t arming) {
+               Enqueue([this, arming] {
+                   SongStopped(arming);
+                   return CommandAnswer{true, {}, 0};
+               });
+           },
+           [this](std::uint64_t token) {
+               Enqueue([this, token] {
+                   WentOn(token);
+                   return CommandAnswer{true, {}, 0};
+               });
+           }},
+          feed) {
     SetTempoScale(settings.tempoScale);
     SetTransposition(settings.transposition);
     toBar_ = settings.toBar;
@@ -286,6 +288,9 @@ CommandAnswer Transport::ExecuteSteering(const TransportCommand& command) {
         case Kind::kGuiDelayUp: host_.IncreaseGuiDelay(); return Done();
         case Kind::kGuiDelayDown: host_.DecreaseGuiDelay(); return Done();
         case Kind::kResend: host_.Resend(); return Done();
+        case Kind::kTimeCode:
+        case Kind::kTimeCodeRate:
+        case Kind::kTimeCodeOutput: return ExecuteTimeCode(command);
         case Kind::kConduct: return Refused("beats cannot be conducted: the clock runs by itself");
         default: return Refused("not understood");
     }
@@ -303,6 +308,21 @@ CommandAnswer Transport::ExecuteInShow(const TransportCommand& command) {
     }
 }
 
+CommandAnswer Transport::ExecuteTimeCode(const TransportCommand& command) {
+    if (!timeCode_)
+        return Refused("no time code is to be had here");
+    if (command.kind == Kind::kTimeCodeRate)
+        timeCode_->SetFrameRate(TimeCodeControl::ParseFrameRate(command.text));
+    else if (command.kind == Kind::kTimeCodeOutput)
+        timeCode_->SetOutput(command.text);
+    else
+        timeCode_->SetActive(command.value != 0);
+    host_.TellPlace();
+    if (command.kind == Kind::kTimeCode && show_ && !show_->GetFile().empty())
+        SaveTimeCodeActive(show_->GetFile(), command.value != 0);
+    return Done();
+}
+
 // ---- shows and songs
 
 void Transport::OpenShow(std::shared_ptr<const Show> show) {
@@ -310,6 +330,8 @@ void Transport::OpenShow(std::shared_ptr<const Show> show) {
     show_ = std::move(show);
     currentShow_.Set(show_);
     const ShowDocument& document = show_->GetDocument();
+    if (timeCode_)
+        timeCode_->OpenShow(show_->GetFile(), document.timeCodeActive);
     setList_.clear();
     for (const ShowDocument::SetListEntry& entry : document.setList)
         setList_.push_back({show_->IndexOf(entry.song), entry.then, ++entryIds_});

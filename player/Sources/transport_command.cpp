@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "player/display_text.h"
+#include "player/time_code_control.h"
 
 namespace player {
 
@@ -35,6 +36,7 @@ double ParseFactor(std::string_view text) {
 std::string_view NameOf(Argument argument) {
     switch (argument) {
         case Argument::kPath: return "FILE";
+        case Argument::kDevice: return "DEVICE";
         case Argument::kSong: return "SONG";
         case Argument::kBarBeat: return "BAR[:BEAT]";
         case Argument::kFactor: return "X";
@@ -45,6 +47,7 @@ std::string_view NameOf(Argument argument) {
         case Argument::kProgram: return "PROGRAM";
         case Argument::kPlace: return "PLACE";
         case Argument::kSwitch: return "on|off";
+        case Argument::kFrameRate: return "24|25|29.97df|30";
     }
     return "";
 }
@@ -54,7 +57,12 @@ void Understand(Argument argument, const std::string& text, bool isFirst, Transp
     int& number = isFirst ? command.number : command.value;
     switch (argument) {
         case Argument::kPath:
+        case Argument::kDevice:
         case Argument::kSong: command.text = text; break;
+        case Argument::kFrameRate:
+            TimeCodeControl::ParseFrameRate(text);
+            command.text = text;
+            break;
         case Argument::kBarBeat: {
             const BarBeat place = ParseBarBeat(text);
             command.number = place.bar;
@@ -144,6 +152,9 @@ std::span<const CommandRow> CommandTable() {
         {Kind::kGuiDelayUp, "gui delay up", {}, always, "show the position later"},
         {Kind::kGuiDelayDown, "gui delay down", {}, always, "show the position sooner"},
         {Kind::kClick, "click", {Argument::kSwitch}, withSong, "the song's audible click"},
+        {Kind::kTimeCode, "time code", {Argument::kSwitch}, withShow, "send MIDI Time Code"},
+        {Kind::kTimeCodeRate, "time code rate", {Argument::kFrameRate}, withShow, "its frame rate"},
+        {Kind::kTimeCodeOutput, "time code output", {Argument::kDevice}, withShow, "the output that it leaves on"},
         {Kind::kResend, "resend", {}, always, "send the device its whole state again"},
         {Kind::kPanic, "panic", {}, always, "silence the device at once"},
         {Kind::kSave, "save", {}, withShow, "write trims and mutes into the show file"},
@@ -192,7 +203,8 @@ TransportCommand ParseCommand(std::string_view text) {
     command.kind = row->kind;
     const auto nameWords = static_cast<std::size_t>(1 + std::count(row->name.begin(), row->name.end(), ' '));
     std::vector<std::string> arguments(words.begin() + static_cast<std::ptrdiff_t>(nameWords), words.end());
-    const bool takesLine = !row->arguments.empty() && row->arguments.front() == Argument::kPath;
+    const bool takesLine = !row->arguments.empty() &&
+                           (row->arguments.front() == Argument::kPath || row->arguments.front() == Argument::kDevice);
     if (takesLine && !arguments.empty()) {
         // A file's name may hold blanks.
         const auto at = text.find(arguments.front(), text.find(words[nameWords - 1]) + words[nameWords - 1].size());

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <csignal>
 #include <filesystem>
@@ -176,7 +178,10 @@ TEST_F(MidiTimeCodeSettings, ALinkLeadsToTheFileThatIsReplacedAndADeviceStays) {
     EXPECT_TRUE(fs::is_symlink(path_));
     EXPECT_FALSE(fs::exists(folder_ / "real.saving"));
 
-    fs::create_symlink("/dev/full", folder_ / "device");
+    // One of its own: a fault here would replace the system's.
+    const dev_t full = makedev(1, 7);
+    if (mknod((folder_ / "device").c_str(), S_IFCHR | 0600, full) != 0 || !std::ofstream(folder_ / "device"))
+        GTEST_SKIP() << "devices cannot be made here";
     MidiTimeCodeController controller((folder_ / "device").string());
     console_.Take();
     controller.Shutdown();

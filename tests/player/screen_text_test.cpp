@@ -113,12 +113,15 @@ TEST(ScreenText, TellsHowTheMusicStartsAgain) {
     EXPECT_THAT(Joined(Draw(model, Keys(), 80, 24)), HasSubstr("this is the last song"));
 }
 
-TEST(ScreenText, TheTimeCodeLampSaysWhatIsSentNotWhatIsWanted) {
+TEST(ScreenText, TheTimeCodeLampSaysWhatIsSent) {
     ScreenModel model = Playing();
     EXPECT_THAT(Draw(model, Keys(), 80, 24)[0], HasSubstr(" TC off  loading 2/3  ✗ Synth STALLED 20:15:33"));
-    model.Take(R"({"event":"state","state":{"timeCode":{"wanted":true,"state":"off"},"device":{"name":"Synth"}}})");
-    EXPECT_THAT(Draw(model, Keys(), 80, 24)[0], HasSubstr(" ✗ TC off  "));
-    EXPECT_THAT(Draw(model, Keys(), 80, 24, false)[0], HasSubstr(" ! TC off  "));
+    model.Take(R"({"event":"state","state":{"timeCode":{"state":"lost","rate":"25 fps"},"device":{"name":"Synth"}}})");
+    EXPECT_THAT(Draw(model, Keys(), 80, 24)[0], HasSubstr(" ✗ TC LOST "));
+    EXPECT_THAT(Draw(model, Keys(), 80, 24, false)[0], HasSubstr(" ! TC LOST "));
+    model.Take(R"({"event":"state","state":{"timeCode":{"state":"on","rate":"25 fps"}}})");
+    model.Take(R"({"event":"position","position":{"timeCode":"01:02:03:04"}})");
+    EXPECT_THAT(Draw(model, Keys(), 80, 24)[0], HasSubstr(" ● TC 01:02:03:04  "));
 }
 
 TEST(ScreenModel, LinesOfAnotherKindChangeNothing) {

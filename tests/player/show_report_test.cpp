@@ -69,7 +69,7 @@ TEST(ShowReport, ATrackHasTheProgramThatIsInForceAtThePlace) {
         EXPECT_THAT(report.ProgramsOf(snapshot, Heard(2, row.tick)), ElementsAre(row.program, 8)) << row.tick;
         snapshot.tick = row.tick;
         EXPECT_THAT(report.ProgramsOf(snapshot, std::nullopt), ElementsAre(row.program, 8)) << row.tick;
-        const Json state = Json::parse(report.StateOf(snapshot, std::nullopt, {}, {3, 3}));
+        const Json state = Json::parse(report.StateOf(snapshot, std::nullopt, {}, {}, {3, 3}));
         EXPECT_EQ(state["tracks"][0]["program"], row.program) << row.tick;
     }
     snapshot.tick = 0;
@@ -109,22 +109,11 @@ TEST(ShowReport, WhatIsLeftOfTheShowCountsTheTempoScaleAsTheSongDoes) {
                            {0.5, true, 60, 120, 180, 360}}) {
         snapshot.tempoScale = row.scale;
         snapshot.holds = row.holds;
-        const Json position = Json::parse(report.PositionOf(snapshot, Heard(2, 15 * kBar), {}));
+        const Json position = Json::parse(report.PositionOf(snapshot, Heard(2, 15 * kBar), {}, {}));
         EXPECT_DOUBLE_EQ(position["seconds"], row.seconds) << row.scale << row.holds;
         EXPECT_DOUBLE_EQ(position["length"], row.length) << row.scale << row.holds;
         EXPECT_DOUBLE_EQ(position["showSeconds"], row.showSeconds) << row.scale << row.holds;
         EXPECT_DOUBLE_EQ(position["showLength"], row.showLength) << row.scale << row.holds;
-    }
-}
-
-TEST(ShowReport, TimeCodeIsOffEvenWhereTheShowWantsIt) {
-    for (const bool wanted : {false, true}) {
-        ShowDocument document;
-        document.timeCodeActive = wanted;
-        TransportSnapshot snapshot;
-        snapshot.show = std::make_shared<const Show>(document, "", std::vector<ShowSong>());
-        const Json state = Json::parse(ShowReport().StateOf(snapshot, std::nullopt, {}, {0, 0}));
-        EXPECT_EQ(state["timeCode"], Json({{"wanted", wanted}, {"state", "off"}}));
     }
 }
 

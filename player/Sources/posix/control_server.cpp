@@ -482,11 +482,13 @@ private:
         Listen(*snapshot);
         const bool plays = snapshot->state == TransportState::kPlaying;
         const ShowReport::Device device = GetDevice();
+        const ShowReport::TimeCode timeCode = GetTimeCode();
         // The transport publishes what a command led to; songs load in between.
         const ShowReport::Progress progress = transport_.GetHost().GetLoadProgress();
         bool changed = std::exchange(toldNumber_, snapshot->number) != snapshot->number || device != toldDevice_ ||
-                       progress != toldProgress_;
+                       progress != toldProgress_ || timeCode != toldTimeCode_;
         toldDevice_ = device;
+        toldTimeCode_ = timeCode;
         toldProgress_ = progress;
         if (!IsWatched())
             return;
@@ -503,8 +505,8 @@ private:
         changed = changed || programs != toldPrograms_;
         toldPrograms_ = std::move(programs);
         if (changed)
-            Tell("{\"event\":\"state\",\"state\":" + report_.StateOf(*snapshot, Heard(*snapshot), device, progress) +
-                 "}");
+            Tell("{\"event\":\"state\",\"state\":" +
+                 report_.StateOf(*snapshot, Heard(*snapshot), device, timeCode, progress) + "}");
         latestPosition_ = SteadyClock();
         toldBeat_ = plays ? heard : std::nullopt;
         std::string position = PositionAsJson();
@@ -523,7 +525,8 @@ private:
 
     std::string StateAsJson() {
         const auto snapshot = transport_.GetSnapshot();
-        return report_.StateOf(*snapshot, Heard(*snapshot), GetDevice(), transport_.GetHost().GetLoadProgress());
+        return report_.StateOf(*snapshot, Heard(*snapshot), GetDevice(), GetTimeCode(),
+                               transport_.GetHost().GetLoadProgress());
     }
 
     /// Nothing unless music is heard.
@@ -535,11 +538,28 @@ private:
         const auto snapshot = transport_.GetSnapshot();
         const auto heard = Heard(*snapshot);
         if (!heard)
-            return report_.PositionOf(*snapshot);
+            return report_.PositionOf(*snapshot, GetTimeCodeLabel());
         return report_.PositionOf(*snapshot, *heard,
                                   settings_.activity
                                       ? settings_.activity->GetActive(transport_.GetHost().GetTime(), kActivityTime)
-                                      : std::vector<int>());
+                                      : std::vector<int>(),
+                                  GetTimeCodeLabel());
+    }
+
+    ShowReport::TimeCode GetTimeCode() const {
+        const TimeCodeSender* const sender = transport_.GetTimeCode();
+        if (!sender)
+            return {};
+        const TimeCodeSender::State state = sender->GetState();
+        return {state == TimeCodeSender::State::kOff  ? "off"
+                : state == TimeCodeSender::State::kOn ? "on"
+                                                      : "lost",
+                ConvertFrameRateToString(sender->GetRate())};
+    }
+
+    std::string GetTimeCodeLabel() const {
+        const TimeCodeSender* const sender = transport_.GetTimeCode();
+        return sender && sender->GetState() != TimeCodeSender::State::kOff ? sender->GetLabel() : std::string();
     }
 
     ShowReport::Device GetDevice() {
@@ -570,6 +590,7 @@ private:
     ShowReport report_;
     std::uint64_t toldNumber_ = 0;
     ShowReport::Device toldDevice_;
+    ShowReport::TimeCode toldTimeCode_;
     ShowReport::Progress toldProgress_{0, 0};
     std::vector<int> toldPrograms_;
     std::optional<PlaybackRecord> toldBeat_;
