@@ -78,7 +78,8 @@ public:
     /// Only one stream may have the device, which is listed, open at a time.
     void SetExclusive(const std::shared_ptr<MidiOutputDevice>& device, bool exclusive);
 
-    /// What stamps played messages; the steady clock unless replaced.
+    /// What stamps the messages that are played and heard; the steady clock unless
+    /// replaced.
     void SetTimeSource(TimeSource source);
     /// Sees every message as midiStreamOut takes it, on the calling thread and
     /// before any device; empty switches it off.

@@ -12,8 +12,9 @@ namespace win32_layer {
 /// What the layer hears: the plug for virtual and real MIDI inputs.
 ///
 /// Owner:   shared by the layer's device list and the input that is open on it.
-/// Threads: Open() and Close() come in pairs, one pair at a time, with no lock of the
-///          layer held; the sink is called by one thread at a time.
+/// Threads: Open() and Close() come in pairs, one pair at a time; the sink is called by
+///          one thread at a time. Meanwhile the layer opens and closes no other input,
+///          so that neither they nor a thread that they wait for may add or remove one.
 /// Errors:  Open() false refuses the open (MMSYSERR_ALLOCATED). Nothing throws.
 class WIN32_LAYER_EXPORT MidiInputDevice {
 public:

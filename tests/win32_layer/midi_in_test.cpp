@@ -26,7 +26,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using win32_layer::Fault;
 using win32_layer::Layer;
 using win32_layer::VirtualMidiInput;
@@ -41,8 +40,9 @@ std::string Hex(const Bytes& bytes) {
     return text;
 }
 
-/// An input that keeps what it hears, as text: "90 3C 40" without blanks, "L..." for a
-/// filled buffer, "E..." for one that was broken off.
+/// An input that keeps what it hears, as text: "903C40" for a message, without the zeros
+/// at its end; "L..." for a filled buffer, "E..." for one that was broken off; "open" and
+/// "close".
 class MidiInLayer : public testing::Test {
 protected:
     MidiInLayer() {
@@ -64,6 +64,8 @@ protected:
     void OpenAndStart() {
         ASSERT_EQ(Open(), 0u);
         ASSERT_EQ(midiInStart(input_), 0u);
+        const std::lock_guard lock(mutex_);
+        heard_.clear();
     }
     void AddBuffers(std::size_t count, std::size_t bytes) {
         buffers_.resize(count);
@@ -86,13 +88,18 @@ protected:
     /// Everything up to the end of input, for which an active sensing byte stands.
     std::vector<std::string> Hear() {
         device_->Send({0xFE});
-        std::unique_lock lock(mutex_);
-        EXPECT_TRUE(changed_.wait_for(lock, 20s, [this] { return !heard_.empty() && heard_.back() == "FE"; }));
+        WaitToHear("FE");
+        const std::lock_guard lock(mutex_);
         heard_.pop_back();
         return std::exchange(heard_, {});
     }
 
-    static void CALLBACK OnMessage(HMIDIIN, UINT message, DWORD_PTR instance, DWORD_PTR parameter, DWORD_PTR) {
+    void WaitToHear(const std::string& last) {
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, 20s, [&] { return !heard_.empty() && heard_.back() == last; })) << last;
+    }
+
+    static void CALLBACK OnMessage(HMIDIIN, UINT message, DWORD_PTR instance, DWORD_PTR parameter, DWORD_PTR time) {
         auto& test = *reinterpret_cast<MidiInLayer*>(instance);
         EXPECT_EQ(test.running_.fetch_add(1), test.nesting_);
         std::string text;
@@ -106,14 +113,19 @@ protected:
             EXPECT_EQ(header.dwFlags & (MHDR_DONE | MHDR_INQUEUE), DWORD{MHDR_DONE});
             const auto* const first = reinterpret_cast<const std::uint8_t*>(header.lpData);
             text = (message == MIM_LONGDATA ? "L" : "E") + Hex({first, first + header.dwBytesRecorded});
+        } else {
+            text = message == MIM_OPEN ? "open" : "close";
         }
-        if (!text.empty()) {
+        {
             const std::lock_guard lock(test.mutex_);
             test.heard_.push_back(text);
+            test.time_ = time;
             test.changed_.notify_all();
         }
         if (message == MIM_DATA && test.onData_)
             test.onData_();
+        if ((message == MIM_LONGDATA || message == MIM_LONGERROR) && test.onBuffer_)
+            test.onBuffer_();
         --test.running_;
     }
 
@@ -124,12 +136,14 @@ protected:
     const std::shared_ptr<VirtualMidiInput> device_ = std::make_shared<VirtualMidiInput>(L"Keys");
     HMIDIIN input_ = nullptr;
     std::vector<Buffer> buffers_;
-    std::function<void()> onData_;
+    std::function<void()> onData_;  // both set before the input is open
+    std::function<void()> onBuffer_;
     std::atomic<int> running_{0};
     std::atomic<int> nesting_{0};  // callbacks that may run below a new one
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> heard_;  // guarded by mutex_
+    DWORD_PTR time_ = 0;              // of the latest; likewise
 };
 
 TEST_F(MidiInLayer, MessagesAreWholeHoweverTheBytesCome) {
@@ -154,8 +168,9 @@ TEST_F(MidiInLayer, MessagesAreWholeHoweverTheBytesCome) {
         EXPECT_EQ(heard[i], messages[i % messages.size()]);
 }
 
-/// What must be heard of bytes, worked out message by message from behind each status.
-std::vector<std::string> HeardOf(const Bytes& bytes) {
+/// What must be heard of bytes with buffers of that size, worked out message by message
+/// from behind each status.
+std::vector<std::string> HeardOf(const Bytes& bytes, std::size_t bufferBytes) {
     std::vector<std::string> heard;
     std::vector<std::pair<std::size_t, std::string>> found;  // by the place of its last byte
     for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -173,13 +188,19 @@ std::vector<std::string> HeardOf(const Bytes& bytes) {
                 places.push_back(end);
             }
         if (status == 0xF0) {
-            Bytes whole = {0xF0};
-            whole.insert(whole.end(), data.begin(), data.end());
-            const bool isWhole = end < bytes.size() && bytes[end] == 0xF7;
-            if (isWhole)
-                whole.push_back(0xF7);
-            if (end < bytes.size())
-                found.emplace_back(end, (isWhole ? "L" : "E") + Hex(whole));
+            data.insert(data.begin(), 0xF0);
+            places.insert(places.begin(), i);
+            const bool isWhole = bytes[end] == 0xF7;  // the last byte of all is one
+            if (isWhole) {
+                data.push_back(0xF7);
+                places.push_back(end);
+            }
+            for (; data.size() >= bufferBytes; data.erase(data.begin(), data.begin() + bufferBytes)) {
+                found.emplace_back(places[bufferBytes - 1], "L" + Hex({data.begin(), data.begin() + bufferBytes}));
+                places.erase(places.begin(), places.begin() + bufferBytes);
+            }
+            if (!data.empty())
+                found.emplace_back(end, (isWhole ? "L" : "E") + Hex(data));
             continue;
         }
         const std::size_t length = status >= 0xF0 ? std::array<std::size_t, 8>{0, 1, 2, 1, 9999, 9999, 0, 0}[status & 7]
@@ -206,9 +227,11 @@ TEST_F(MidiInLayer, RandomBytesAreHeardAsThePlainReadingHasThem) {
     for (unsigned seed = 1; seed <= 40; ++seed) {
         std::mt19937 random(seed);
         const auto below = [&random](unsigned limit) { return random() % limit; };
+        const std::size_t bufferBytes = seed % 2 == 0 ? 600 : 1 + seed % 7;
         ASSERT_EQ(Open(), 0u);
-        AddBuffers(300, 600);
+        AddBuffers(501, bufferBytes);
         ASSERT_EQ(midiInStart(input_), 0u);
+        heard_.clear();
         Bytes bytes;
         while (bytes.size() < 500)
             bytes.push_back(static_cast<std::uint8_t>(below(3) == 0 ? 0x80 + below(0x7E) : below(0x80)));
@@ -220,20 +243,18 @@ TEST_F(MidiInLayer, RandomBytesAreHeardAsThePlainReadingHasThem) {
             sent += count;
         }
         const auto heard = Hear();
-        const auto wanted = HeardOf(bytes);
+        const auto wanted = HeardOf(bytes, bufferBytes);
         const auto [one, other] = std::ranges::mismatch(heard, wanted);
         ASSERT_TRUE(one == heard.end() && other == wanted.end())
             << "seed " << seed << ": " << (one == heard.end() ? "nothing" : *one) << " instead of "
             << (other == wanted.end() ? "nothing" : *other) << " at " << one - heard.begin();
         Close();
-        heard_.clear();
     }
 }
 
 TEST_F(MidiInLayer, SystemExclusiveFillsTheBuffersThatThereAre) {
-    ASSERT_EQ(Open(), 0u);
+    OpenAndStart();
     AddBuffers(3, 4);
-    ASSERT_EQ(midiInStart(input_), 0u);
     device_->Send({0xF0, 1, 2, 0xF8, 3, 4, 5, 6, 0xF7});
     EXPECT_THAT(Hear(), ElementsAre("F8", "LF0010203", "L040506F7"));
     // One buffer is left, and a message that does not fit into it is cut there.
@@ -254,10 +275,11 @@ TEST_F(MidiInLayer, SystemExclusiveFillsTheBuffersThatThereAre) {
 
 TEST_F(MidiInLayer, OnceResetHasReturnedNothingIsCalledAnyMore) {
     std::atomic<bool> isOver{false};
-    std::thread flood([&] {
+    const auto flood = [&] {
         while (!isOver)
             device_->Send({0x90, 60, 64, 61, 64});
-    });
+    };
+    std::thread one(flood), other(flood);
     for (int round = 0; round < 200; ++round) {
         OpenAndStart();
         {
@@ -279,67 +301,125 @@ TEST_F(MidiInLayer, OnceResetHasReturnedNothingIsCalledAnyMore) {
         EXPECT_EQ(running_, 0);
         const std::lock_guard lock(mutex_);
         if (round % 2 == 1) {
-            EXPECT_EQ(heard_.size(), heard);
+            EXPECT_EQ(heard_.size(), heard + 1) << "the closing alone";
         }
         heard_.clear();
     }
     isOver = true;
-    flood.join();
+    one.join();
+    other.join();
 }
 
-TEST_F(MidiInLayer, ACallbackMayCloseItsOwnInput) {
-    ASSERT_EQ(Open(), 0u);
-    AddBuffers(2, 4);
-    ASSERT_EQ(midiInStart(input_), 0u);
-    std::atomic<bool> hasClosed{false};
+TEST_F(MidiInLayer, ACallbackMayReplaceItsOwnInput) {
+    HMIDIIN first = nullptr;
     onData_ = [&] {
-        nesting_ = 1;  // the buffers come back within this call
-        EXPECT_EQ(midiInReset(input_), 0u);
+        if (first)
+            return;
+        first = input_;
+        nesting_ = 1;  // its calls call back within this one
+        EXPECT_EQ(midiInReset(first), 0u);
         for (Buffer& buffer : buffers_)
-            EXPECT_EQ(midiInUnprepareHeader(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
-        EXPECT_EQ(midiInClose(input_), 0u);
+            EXPECT_EQ(midiInUnprepareHeader(first, &buffer.header, sizeof(MIDIHDR)), 0u);
+        EXPECT_EQ(midiInClose(first), 0u);
+        EXPECT_EQ(Open(), 0u);
+        EXPECT_EQ(midiInStart(input_), 0u);
         nesting_ = 0;
-        hasClosed = true;
     };
+    OpenAndStart();
+    AddBuffers(2, 4);
+    // What came with the message is not heard: it came to the input that is closed.
     device_->Send({0x90, 1, 2, 0x90, 3, 4, 0xF0, 1, 0xF7});
-    for (const auto start = std::chrono::steady_clock::now();
-         (!hasClosed || running_ != 0) && std::chrono::steady_clock::now() - start < 20s;)
+    WaitToHear("open");
+    while (running_ != 0 || nesting_ != 0)  // ends: the callback is past everything that waits
         std::this_thread::yield();
-    EXPECT_FALSE(device_->IsOpen());
-    EXPECT_THAT(heard_, ElementsAre("900102", "L", "L"));
     buffers_.clear();
-    onData_ = {};
+    EXPECT_EQ(midiInStart(first), MMRESULT{MMSYSERR_INVALHANDLE});
+    device_->Send({0x91, 5, 6});
+    EXPECT_THAT(Hear(), ElementsAre("900102", "L", "L", "close", "open", "910506"));
+    Close();
 }
 
-TEST_F(MidiInLayer, AFloodIsBoundedAndWhatIsHeardBehindTheGapIsWhole) {
+TEST_F(MidiInLayer, ACallbackOfABufferMayStopOrCloseTheInput) {
+    onBuffer_ = [&] { EXPECT_EQ(midiInStop(input_), 0u); };
     OpenAndStart();
+    AddBuffers(3, 4);
+    device_->Send({0xF0, 1, 0xF0, 2});
+    WaitToHear("EF001");
+    EXPECT_EQ(midiInReset(input_), 0u);
+    EXPECT_THAT(heard_, ElementsAre("EF001", "L", "L")) << "the message that breaks it off is not begun";
+    Close();
+
+    std::vector<MMRESULT> results;
+    onBuffer_ = [&] {
+        nesting_ = 1;
+        results.push_back(midiInClose(input_));
+        nesting_ = 0;
+    };
+    OpenAndStart();
+    AddBuffers(3, 4);
+    EXPECT_EQ(midiInReset(input_), 0u);
+    EXPECT_THAT(results, ElementsAre(65u, 65u, 0u));
+    EXPECT_THAT(heard_, ElementsAre("L", "L", "L", "close"));
+    buffers_.clear();
+}
+
+TEST_F(MidiInLayer, WhatLiesBehindAFloodIsNotJoinedToWhatCameBefore) {
     std::mutex gate;
     onData_ = [&gate] { const std::lock_guard wait(gate); };
+    OpenAndStart();
     {
         const std::lock_guard held(gate);
-        for (int i = 0; i < 200'000; ++i)  // 3 bytes each, in two parts
-            device_->Send(i % 2 == 0 ? Bytes{0x90, 60} : Bytes{64, 0xB0, 1, 2});
+        device_->Send({0xFA});
+        WaitToHear("FA");
+        device_->Send(Bytes(256 * 1024 - 5, 1));  // data without status, up to 5 bytes below the bound
+        device_->Send({0x90, 60});
+        device_->Send({64});
+        device_->Send({0x90, 61});
+        device_->Send({65});  // lost
     }
-    onData_ = {};
-    // Room is made before the end can be heard.
-    std::size_t heard = 0;
-    for (bool isOver = false; !isOver;) {
-        device_->Send({0xFC});
-        const std::lock_guard lock(mutex_);
-        isOver = !heard_.empty() && heard_.back() == "FC";
-        heard += heard_.size();
-        for (const std::string& text : heard_)
-            EXPECT_TRUE(text == "903C40" || text == "B00102" || text == "FC") << text;
-        heard_.clear();
-    }
-    EXPECT_LT(heard, 200'000u);
-    EXPECT_GT(heard, 50'000u);
+    WaitToHear("903C40");
+    device_->Send({66, 0xB0, 1, 2});
+    EXPECT_THAT(Hear(), ElementsAre("FA", "903C40", "B00102"));
+    Close();
+}
+
+TEST_F(MidiInLayer, TimeCountsFromTheStart) {
+    std::atomic<std::chrono::nanoseconds> now{5s};
+    Layer::Instance().SetTimeSource([&now] { return now.load(); });
+    OpenAndStart();
+    const auto timeAt = [&](std::chrono::nanoseconds time) {
+        now = time;
+        Hear();
+        return time_;
+    };
+    EXPECT_EQ(timeAt(5s), 0u);
+    EXPECT_EQ(timeAt(5s + 12'999us), 12u);
+    EXPECT_EQ(midiInStart(input_), 0u);  // has no effect
+    EXPECT_EQ(timeAt(65s), 60'000u);
+    EXPECT_EQ(midiInStop(input_), 0u);
+    EXPECT_EQ(midiInStart(input_), 0u);
+    EXPECT_EQ(timeAt(65s + 1ms), 1u);
+    Layer::Instance().SetTimeSource({});
+}
+
+TEST_F(MidiInLayer, WithoutACallbackABufferTellsByItsFlags) {
+    ASSERT_EQ(midiInOpen(&input_, 0, 0, 0, CALLBACK_NULL), 0u);
+    AddBuffers(1, 8);
+    ASSERT_EQ(midiInStart(input_), 0u);
+    device_->Send({0x90, 1, 2, 0xF0, 7, 0xF7});
+    const auto start = std::chrono::steady_clock::now();
+    while (midiInUnprepareHeader(input_, &buffers_[0].header, sizeof(MIDIHDR)) == MIDIERR_STILLPLAYING &&
+           std::chrono::steady_clock::now() - start < 20s)
+        std::this_thread::yield();
+    EXPECT_EQ(buffers_[0].header.dwFlags, DWORD{MHDR_DONE});
+    EXPECT_EQ(buffers_[0].header.dwBytesRecorded, 3u);
 }
 
 TEST_F(MidiInLayer, ADeviceIsOpenedOnceAndHeardAgainWhenItComesBack) {
     OpenAndStart();
     HMIDIIN second = nullptr;
     EXPECT_EQ(midiInOpen(&second, 0, 0, 0, CALLBACK_NULL), MMRESULT{MMSYSERR_ALLOCATED});
+    device_->Send({0x90, 9});
     Layer::Instance().RemoveInput(device_);
     EXPECT_EQ(midiInGetNumDevs(), 0u);
     device_->Send({0x90, 1, 2});
@@ -351,9 +431,9 @@ TEST_F(MidiInLayer, ADeviceIsOpenedOnceAndHeardAgainWhenItComesBack) {
     MIDIINCAPSW caps{};
     EXPECT_EQ(midiInGetDevCapsW(1, &caps, sizeof(caps)), 0u);
     EXPECT_EQ(std::wstring(caps.szPname), L"Keys");
-    again->Send({0x90, 3, 4, 0xFE});
-    std::unique_lock lock(mutex_);
-    EXPECT_TRUE(changed_.wait_for(lock, 20s, [this] { return heard_.size() == 2; }));
+    again->Send({8, 0x90, 3, 4, 0xFE});
+    WaitToHear("FE");
+    const std::lock_guard lock(mutex_);
     EXPECT_THAT(heard_, ElementsAre("900304", "FE"));
 }
 
@@ -372,7 +452,12 @@ TEST_F(MidiInLayer, WhatIsRefusedChangesNothing) {
     EXPECT_EQ(midiInStart(input_), 5u);
     device_->Send({0x90, 1, 2});
     EXPECT_EQ(midiInStart(input_), 0u);
-    EXPECT_THAT(Hear(), IsEmpty());
+    EXPECT_THAT(Hear(), ElementsAre("open"));
+    MIDIINCAPSW caps{};
+    Layer::Instance().Fail(Fault::kInputCaps, 6, 1);
+    EXPECT_EQ(midiInGetDevCapsW(0, &caps, sizeof(caps)), 6u);
+    EXPECT_EQ(midiInGetDevCapsW(1, &caps, sizeof(caps)), MMRESULT{MMSYSERR_BADDEVICEID});
+    EXPECT_EQ(midiInGetDevCapsW(0, nullptr, sizeof(caps)), MMRESULT{MMSYSERR_INVALPARAM});
     MIDIHDR header{};
     EXPECT_EQ(midiInPrepareHeader(input_, &header, sizeof(header)), MMRESULT{MMSYSERR_INVALPARAM});
     EXPECT_EQ(midiInAddBuffer(input_, &header, sizeof(header)), MMRESULT{MIDIERR_UNPREPARED});

@@ -32,8 +32,8 @@ void InputDevices::Add(std::shared_ptr<MidiInputDevice> device) {
         place->isListed = true;
         places_.push_back(place);
     }
-    if (place->sink)
-        place->isPluggedIn = device->Open(place->sink);
+    if (place->plugIn)
+        place->isPluggedIn = device->Open(place->plugIn());
 }
 
 void InputDevices::Remove(const std::shared_ptr<MidiInputDevice>& device) {
@@ -91,7 +91,7 @@ std::wstring InputDevices::GetName(const Place& place) const {
     return DeviceOf(place)->GetName();
 }
 
-MMRESULT InputDevices::Open(Place& place, MidiInputDevice::Sink sink) {
+MMRESULT InputDevices::Open(Place& place, PlugIn plugIn) {
     const std::lock_guard plug(plugMutex_);
     {
         const std::lock_guard lock(listMutex_);
@@ -101,11 +101,11 @@ MMRESULT InputDevices::Open(Place& place, MidiInputDevice::Sink sink) {
             return MMSYSERR_ALLOCATED;
         place.isOpen = true;
     }
-    place.sink = std::move(sink);
-    place.isPluggedIn = DeviceOf(place)->Open(place.sink);
-    if (place.isPluggedIn)
+    place.isPluggedIn = DeviceOf(place)->Open(plugIn());
+    if (place.isPluggedIn) {
+        place.plugIn = std::move(plugIn);
         return MMSYSERR_NOERROR;
-    place.sink = {};
+    }
     const std::lock_guard lock(listMutex_);
     place.isOpen = false;
     return MMSYSERR_ALLOCATED;
@@ -114,15 +114,10 @@ MMRESULT InputDevices::Open(Place& place, MidiInputDevice::Sink sink) {
 void InputDevices::Close(Place& place) {
     const std::lock_guard plug(plugMutex_);
     Unplug(place);
-    place.sink = {};
+    place.plugIn = {};
     const std::lock_guard lock(listMutex_);
     place.isOpen = false;
     std::erase_if(lost_, [&](const std::shared_ptr<Place>& lost) { return lost.get() == &place; });
-}
-
-bool InputDevices::IsLost(const Place& place) const {
-    const std::lock_guard lock(listMutex_);
-    return place.isOpen && !place.isListed;
 }
 
 }  // namespace win32_layer

@@ -5,6 +5,7 @@
 #include <mmsystem.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -23,6 +24,10 @@ namespace win32_layer {
 ///          callback runs under either.
 class InputDevices {
 public:
+    /// Asked for a sink each time that a device is opened for an input, with plugMutex_
+    /// held: what the device sends does not join on to what came from one before it.
+    using PlugIn = std::function<MidiInputDevice::Sink()>;
+
     /// A place in the list. An open input keeps its place when the device is removed,
     /// hears nothing then, and hears the next device of that identity.
     struct Place {
@@ -32,7 +37,7 @@ public:
         bool isOpen = false;
         // Guarded by plugMutex_.
         bool isPluggedIn = false;  // the device was opened, and not closed
-        MidiInputDevice::Sink sink{};
+        PlugIn plugIn{};
     };
 
     static InputDevices& Instance();
@@ -48,11 +53,9 @@ public:
     std::wstring GetName(const Place& place) const;
 
     /// MMSYSERR_ALLOCATED when it is taken or refuses.
-    MMRESULT Open(Place& place, MidiInputDevice::Sink sink);
-    /// The sink is not called any more once it has returned.
+    MMRESULT Open(Place& place, PlugIn plugIn);
+    /// No sink is called any more once it has returned.
     void Close(Place& place);
-    /// Whether an open input has lost its device.
-    bool IsLost(const Place& place) const;
 
 private:
     std::shared_ptr<MidiInputDevice> DeviceOf(const Place& place) const;

@@ -10,6 +10,7 @@
 
 #include "faults.h"
 #include "input_devices.h"
+#include "layer_clock.h"
 #include "midi_inputs.h"
 #include "midi_streams.h"
 #include "output_devices.h"
@@ -55,7 +56,7 @@ void Layer::SetExclusive(const std::shared_ptr<MidiOutputDevice>& device, bool e
 }
 
 void Layer::SetTimeSource(TimeSource source) {
-    MidiStreams::Instance().SetTimeSource(std::move(source));
+    LayerClock::Instance().SetSource(std::move(source));
 }
 
 void Layer::SetObserver(Observer observer) {
@@ -103,6 +104,7 @@ void Layer::Reset() {
     Faults::Instance().Clear();
     OutputDevices::Instance().RemoveAll();
     InputDevices::Instance().RemoveAll();
+    LayerClock::Instance().SetSource({});
     MidiStreams::Instance().Reset();
     MidiInputs::Instance().Reset();
     TimerThread::Instance().Reset();

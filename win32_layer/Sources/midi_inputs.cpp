@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "faults.h"
+#include "layer_clock.h"
 
 namespace win32_layer {
 
@@ -28,11 +29,17 @@ MMRESULT MidiInputs::Open(HMIDIIN& handle, UINT device, Callback callback, DWORD
     input->place = InputDevices::Instance().At(device);
     if (!input->place)
         return MMSYSERR_BADDEVICEID;
-    const auto sink = [this, weak = std::weak_ptr(input)](const std::uint8_t* bytes, std::size_t count) {
-        if (const auto open = weak.lock())
-            Arrive(*open, bytes, count);
+    const auto plugIn = [this, weak = std::weak_ptr(input)]() -> MidiInputDevice::Sink {
+        if (const auto open = weak.lock()) {
+            const std::lock_guard lock(mutex_);
+            open->hasGap = true;
+        }
+        return [this, weak](const std::uint8_t* bytes, std::size_t count) {
+            if (const auto open = weak.lock())
+                Arrive(*open, bytes, count);
+        };
     };
-    if (const MMRESULT result = InputDevices::Instance().Open(*input->place, sink))
+    if (const MMRESULT result = InputDevices::Instance().Open(*input->place, plugIn))
         return result;
     try {
         const std::lock_guard lock(mutex_);
@@ -56,7 +63,7 @@ MMRESULT MidiInputs::Close(HMIDIIN handle) {
     const auto input = Find(handle);
     if (!input)
         return MMSYSERR_INVALHANDLE;
-    if (input->filling || !input->buffers.IsEmpty())
+    if (input->filling || !input->buffers.IsEmpty() || !input->returning.IsEmpty())
         return MIDIERR_STILLPLAYING;
     inputs_.erase(handle);
     --totals_.openInputs;
@@ -77,6 +84,7 @@ MMRESULT MidiInputs::Close(HMIDIIN handle) {
 }
 
 MMRESULT MidiInputs::Start(HMIDIIN handle) {
+    const std::chrono::nanoseconds now = LayerClock::Instance().Now();
     const std::lock_guard lock(mutex_);
     const auto input = Find(handle);
     if (!input)
@@ -84,34 +92,40 @@ MMRESULT MidiInputs::Start(HMIDIIN handle) {
     if (std::exchange(input->isStarted, true))
         return MMSYSERR_NOERROR;
     ++input->start;
-    input->startTime = Clock::now();
+    input->startTime = now;
+    input->hasGap = true;
     return MMSYSERR_NOERROR;
 }
 
 MMRESULT MidiInputs::Stop(HMIDIIN handle) {
+    const std::chrono::nanoseconds now = LayerClock::Instance().Now();
     Lock lock(mutex_);
     const auto input = Find(handle);
     if (!input)
         return MMSYSERR_INVALHANDLE;
     Drop(*input);
-    ReturnFilling(*input, MIM_LONGDATA, TimeOf(*input, Clock::now()), lock);
+    if (!input->filling)
+        return MMSYSERR_NOERROR;
+    WaitForCallback(*input, lock);
+    ReturnFilling(*input, MIM_LONGDATA, TimeOf(*input, now), lock);
     return MMSYSERR_NOERROR;
 }
 
 MMRESULT MidiInputs::Reset(HMIDIIN handle) {
+    const std::chrono::nanoseconds now = LayerClock::Instance().Now();
     Lock lock(mutex_);
     const auto input = Find(handle);
     if (!input)
         return MMSYSERR_INVALHANDLE;
     Drop(*input);
     WaitForCallback(*input, lock);
-    const DWORD_PTR time = TimeOf(*input, Clock::now());
-    // Counted first: a callback may hand in a buffer again.
-    HeaderQueue returning;
+    Drop(*input);  // should that callback have started it again
+    const DWORD time = TimeOf(*input, now);
+    // Set aside first: a callback may hand in a buffer again, which then stays.
     if (input->filling)
-        returning.Push(std::exchange(input->filling, nullptr));
-    returning.Take(input->buffers);
-    while (const LPMIDIHDR header = returning.Pop())
+        input->returning.Push(std::exchange(input->filling, nullptr));
+    input->returning.Take(input->buffers);
+    while (const LPMIDIHDR header = input->returning.Pop())
         GiveBack(*input, header, MIM_LONGDATA, time, lock);
     return MMSYSERR_NOERROR;
 }
@@ -187,24 +201,21 @@ std::shared_ptr<MidiInputs::Input> MidiInputs::Find(HMIDIIN handle) const {
 // ---- what comes in
 
 void MidiInputs::Arrive(Input& input, const std::uint8_t* bytes, std::size_t count) {
+    const std::chrono::nanoseconds now = LayerClock::Instance().Now();
     const std::lock_guard lock(mutex_);
     if (!input.isStarted)
         return;
     if (input.arrivedBytes + count > kMostWaitingBytes) {
-        input.hasOverflowed = true;
+        input.hasGap = true;
         return;
     }
-    // What lies behind a gap must not be taken for what belongs before it.
-    if (std::exchange(input.hasOverflowed, false))
-        ++input.start;
-    input.arrivals.push_back({{bytes, bytes + count}, Clock::now()});
+    input.arrivals.push_back({{bytes, bytes + count}, TimeOf(input, now), std::exchange(input.hasGap, false)});
     input.arrivedBytes += count;
     input.changed.notify_all();
 }
 
 void MidiInputs::Drop(Input& input) {
     input.isStarted = false;
-    input.hasOverflowed = false;
     input.arrivals.clear();
     input.arrivedBytes = 0;
 }
@@ -224,18 +235,17 @@ void MidiInputs::Run(const std::shared_ptr<Input>& input) {
 
 void MidiInputs::Parse(Input& input, const Arrival& arrival, Lock& lock) {
     using Kind = MidiByteParser::Kind;
-    if (input.parsedStart != input.start) {
+    const std::uint64_t start = input.start;
+    const DWORD time = arrival.time;
+    if (arrival.isBehindGap) {
         input.parser = {};
         input.discardsSysEx = false;
-        input.parsedStart = input.start;
-        ReturnFilling(input, MIM_LONGERROR, TimeOf(input, arrival.time), lock);
+        if (AwaitTurn(input, start, lock))
+            ReturnFilling(input, MIM_LONGERROR, time, lock);
     }
-    const std::uint64_t start = input.start;
     for (const std::uint8_t byte : arrival.bytes) {
-        // Stopped, and perhaps started again, by a callback or another thread.
-        if (!input.isStarted || input.finish)
+        if (!AwaitTurn(input, start, lock))
             return;
-        const DWORD_PTR time = TimeOf(input, arrival.time);
         const Kind kind = input.parser.Take(byte);
         switch (kind) {
             case Kind::kNothing:
@@ -247,19 +257,19 @@ void MidiInputs::Parse(Input& input, const Arrival& arrival, Lock& lock) {
                 break;
             case Kind::kSysExBroken:
                 ReturnFilling(input, MIM_LONGERROR, time, lock);
+                if (!AwaitTurn(input, start, lock))
+                    return;
                 if (byte == kSysExStart)
                     TakeSysExByte(input, byte, time, lock);
                 break;
         }
-        if (!input.isStarted || input.finish || input.start != start)
-            return;
         const auto message = input.parser.GetMessage();
         if (message[0] != 0 && (kind == Kind::kShort || kind == Kind::kSysExBroken))
             Call(input, MIM_DATA, message[0] | DWORD_PTR{message[1]} << 8 | DWORD_PTR{message[2]} << 16, time, lock);
     }
 }
 
-void MidiInputs::TakeSysExByte(Input& input, std::uint8_t byte, DWORD_PTR time, Lock& lock) {
+void MidiInputs::TakeSysExByte(Input& input, std::uint8_t byte, DWORD time, Lock& lock) {
     if (byte == kSysExStart)
         input.discardsSysEx = false;
     if (!input.filling && !input.discardsSysEx) {
@@ -274,25 +284,21 @@ void MidiInputs::TakeSysExByte(Input& input, std::uint8_t byte, DWORD_PTR time, 
         ReturnFilling(input, MIM_LONGDATA, time, lock);
 }
 
-void MidiInputs::ReturnFilling(Input& input, UINT message, DWORD_PTR time, Lock& lock) {
+void MidiInputs::ReturnFilling(Input& input, UINT message, DWORD time, Lock& lock) {
     if (const LPMIDIHDR header = std::exchange(input.filling, nullptr))
         GiveBack(input, header, message, time, lock);
 }
 
-void MidiInputs::GiveBack(Input& input, LPMIDIHDR header, UINT message, DWORD_PTR time, Lock& lock) {
+void MidiInputs::GiveBack(Input& input, LPMIDIHDR header, UINT message, DWORD time, Lock& lock) {
     header->dwFlags = (header->dwFlags | MHDR_DONE) & ~DWORD{MHDR_INQUEUE};
     --totals_.queuedHeaders;
     Call(input, message, reinterpret_cast<DWORD_PTR>(header), time, lock);
 }
 
-void MidiInputs::Call(Input& input, UINT message, DWORD_PTR parameter, DWORD_PTR time, Lock& lock) {
+void MidiInputs::Call(Input& input, UINT message, DWORD_PTR parameter, DWORD time, Lock& lock) {
     if (!input.callback)
         return;
-    const bool wasBusy = input.busy;
-    // One that is nested in another, set off by it, runs on the same thread.
-    if (wasBusy && input.busyThread != std::this_thread::get_id())
-        WaitForCallback(input, lock);
-    const bool isNested = input.busy;
+    const bool isNested = input.busy;  // set off by a callback, on its thread
     input.busy = true;
     input.busyThread = std::this_thread::get_id();
     lock.unlock();
@@ -302,18 +308,20 @@ void MidiInputs::Call(Input& input, UINT message, DWORD_PTR parameter, DWORD_PTR
     input.changed.notify_all();
 }
 
-bool MidiInputs::IsInside(const Input& input) {
-    return input.busy && input.busyThread == std::this_thread::get_id();
+bool MidiInputs::AwaitTurn(Input& input, std::uint64_t start, Lock& lock) {
+    input.changed.wait(lock, [&] { return !input.busy || input.finish; });
+    return input.isStarted && input.start == start;
 }
 
 void MidiInputs::WaitForCallback(Input& input, Lock& lock) {
-    if (!IsInside(input))
-        input.changed.wait(lock, [&] { return !input.busy; });
+    if (input.busy && input.busyThread == std::this_thread::get_id())
+        return;
+    input.changed.wait(lock, [&] { return !input.busy; });
 }
 
-DWORD_PTR MidiInputs::TimeOf(const Input& input, Clock::time_point time) {
+DWORD MidiInputs::TimeOf(const Input& input, std::chrono::nanoseconds time) {
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(time - input.startTime).count();
-    return static_cast<DWORD_PTR>(passed > 0 ? passed : 0);
+    return static_cast<DWORD>(passed > 0 ? passed : 0);
 }
 
 }  // namespace win32_layer

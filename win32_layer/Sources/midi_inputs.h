@@ -24,8 +24,10 @@ namespace win32_layer {
 /// The open MIDI inputs: takes the bytes of their devices apart and calls back.
 ///
 /// Owner:   the process; Instance().
-/// Threads: any. Each input has a thread of its own, on which every callback runs but
-///          for MIM_OPEN, MIM_CLOSE and what a callback itself sets off by Reset().
+/// Threads: any. Each input has a thread of its own, which calls back. MIM_OPEN, MIM_CLOSE
+///          and the buffers that Stop() and Reset() give back arrive on the thread of the
+///          call instead; callbacks of one input never overlap, but for those that a
+///          callback sets off itself.
 /// Lock:    mutex_, which also guards the flags of every header that an input holds.
 ///          No device and no callback runs under it. Devices take it in their sinks.
 /// Errors:  the platform's results. A handle is never used again, so one that was
@@ -65,12 +67,12 @@ public:
 
 private:
     using Lock = std::unique_lock<std::mutex>;
-    using Clock = std::chrono::steady_clock;
 
     /// Bytes that came together.
     struct Arrival {
         std::vector<std::uint8_t> bytes;
-        Clock::time_point time;
+        DWORD time;        // milliseconds since the start
+        bool isBehindGap;  // must not be joined on to what came before
     };
     struct Input {
         HMIDIIN handle = nullptr;     // set before the input is known to anyone,
@@ -81,36 +83,39 @@ private:
         // Guarded by mutex_.
         bool isStarted = false;
         std::uint64_t start = 0;  // how often it was started
-        Clock::time_point startTime{};
+        std::chrono::nanoseconds startTime{0};
         bool finish = false;  // the thread has to end
         std::deque<Arrival> arrivals;
         std::size_t arrivedBytes = 0;
-        bool hasOverflowed = false;  // the newest arrivals were dropped
-        HeaderQueue buffers;         // empty
+        bool hasGap = false;  // the next arrival is behind one
+        HeaderQueue buffers;  // empty
         LPMIDIHDR filling = nullptr;
+        HeaderQueue returning;       // by a reset
         bool busy = false;           // a callback runs
         std::thread::id busyThread;  // on which thread
         std::condition_variable changed;
         // The thread's own.
         MidiByteParser parser;
-        std::uint64_t parsedStart = 0;  // the start that parser belongs to
-        bool discardsSysEx = false;     // of the message that is coming in
+        bool discardsSysEx = false;  // of the message that is coming in
     };
 
     std::shared_ptr<Input> Find(HMIDIIN handle) const;
     void Arrive(Input& input, const std::uint8_t* bytes, std::size_t count);
     void Run(const std::shared_ptr<Input>& input);
     /// From here on called with mutex_ held by lock, which is given up while a callback
-    /// runs.
+    /// runs. What calls back is called where no callback runs but for one that this
+    /// thread is in.
     void Parse(Input& input, const Arrival& arrival, Lock& lock);
-    void TakeSysExByte(Input& input, std::uint8_t byte, DWORD_PTR time, Lock& lock);
-    void ReturnFilling(Input& input, UINT message, DWORD_PTR time, Lock& lock);
-    void GiveBack(Input& input, LPMIDIHDR header, UINT message, DWORD_PTR time, Lock& lock);
-    void Call(Input& input, UINT message, DWORD_PTR parameter, DWORD_PTR time, Lock& lock);
+    void TakeSysExByte(Input& input, std::uint8_t byte, DWORD time, Lock& lock);
+    void ReturnFilling(Input& input, UINT message, DWORD time, Lock& lock);
+    void GiveBack(Input& input, LPMIDIHDR header, UINT message, DWORD time, Lock& lock);
+    void Call(Input& input, UINT message, DWORD_PTR parameter, DWORD time, Lock& lock);
     void Drop(Input& input);
-    static bool IsInside(const Input& input);
+    /// For the input's own thread, while another gives buffers back. False where the
+    /// input was stopped since that start: nothing may be called any more.
+    static bool AwaitTurn(Input& input, std::uint64_t start, Lock& lock);
     static void WaitForCallback(Input& input, Lock& lock);
-    static DWORD_PTR TimeOf(const Input& input, Clock::time_point time);
+    static DWORD TimeOf(const Input& input, std::chrono::nanoseconds time);
 
     mutable std::mutex mutex_;
     std::map<HMIDIIN, std::shared_ptr<Input>> inputs_;

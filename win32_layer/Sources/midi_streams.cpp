@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "faults.h"
+#include "layer_clock.h"
 #include "message_bytes.h"
 #include "stream_event_reader.h"
 
@@ -19,10 +20,6 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr DWORD kLargestBufferBytes = 0xFFFF;
 constexpr DWORD_PTR kHandleStep = 16;
 constexpr std::chrono::milliseconds kStopPatience{500};
-
-std::chrono::nanoseconds Now(const std::shared_ptr<const Layer::TimeSource>& source) {
-    return source ? (*source)() : SteadyClock::now().time_since_epoch();
-}
 
 }  // namespace
 
@@ -199,9 +196,8 @@ MMRESULT MidiStreams::OutShort(HMIDISTRM handle, DWORD message) {
     if (!stream->closed) {
         stream->busy = true;
         stream->busyThread = std::this_thread::get_id();
-        const auto timeSource = timeSource_;
         lock.unlock();
-        PlayBytes(*stream, bytes, count, Now(timeSource));
+        PlayBytes(*stream, bytes, count, LayerClock::Instance().Now());
         lock.lock();
         stream->busy = false;
         result = MMSYSERR_NOERROR;
@@ -283,12 +279,6 @@ void MidiStreams::SetDelivery(Delivery delivery) {
     delivery_ = delivery;
 }
 
-void MidiStreams::SetTimeSource(Layer::TimeSource source) {
-    auto replacement = source ? std::make_shared<const Layer::TimeSource>(std::move(source)) : nullptr;
-    const std::lock_guard lock(mutex_);
-    timeSource_.swap(replacement);
-}
-
 void MidiStreams::SetObserver(Layer::Observer observer) {
     auto replacement = observer ? std::make_shared<const Layer::Observer>(std::move(observer)) : nullptr;
     const std::lock_guard lock(mutex_);
@@ -319,7 +309,6 @@ void MidiStreams::DelayReturns(std::chrono::milliseconds delay) {
 }
 
 void MidiStreams::Reset() {
-    SetTimeSource({});
     SetObserver({});
     DelayReturns(std::chrono::milliseconds(0));
     SetDelivery(Delivery::kThread);
@@ -381,10 +370,9 @@ void MidiStreams::WorkOnce(Stream& stream, Lock& lock) {
 /// False when a callback inside closed the stream: the header is gone then.
 bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
     stream.playing = header;
-    const auto timeSource = timeSource_;
     lock.unlock();
     OutputDevices::Place& place = *stream.place;
-    const std::chrono::nanoseconds time = Now(timeSource);
+    const std::chrono::nanoseconds time = LayerClock::Instance().Now();
     if (stream.kind == Kind::kOutput) {
         PlayBytes(stream, reinterpret_cast<const std::uint8_t*>(header->lpData), header->dwBufferLength, time);
         lock.lock();
@@ -452,9 +440,8 @@ void MidiStreams::LetWork(Stream& stream, Lock& lock) {
 
 void MidiStreams::Observe(const MIDIHDR& header, Lock& lock) {
     const auto observer = observer_;
-    const auto timeSource = timeSource_;
     lock.unlock();
-    const std::chrono::nanoseconds time = Now(timeSource);
+    const std::chrono::nanoseconds time = LayerClock::Instance().Now();
     StreamEventReader reader(header.lpData, header.dwBytesRecorded);
     while (const auto event = reader.Next())
         if (event->messageBytes > 0)

@@ -72,7 +72,6 @@ public:
     std::shared_ptr<OutputDevices::Place> GetPlace(HMIDISTRM handle) const;
 
     void SetDelivery(Delivery delivery);
-    void SetTimeSource(Layer::TimeSource source);
     void SetObserver(Layer::Observer observer);
     void HoldBuffers(int count);
     void ReleaseHeldBuffers();
@@ -129,9 +128,8 @@ private:
     std::map<HMIDISTRM, std::shared_ptr<Stream>> streams_;
     DWORD_PTR lastHandle_ = 0x10000;
     Delivery delivery_ = Delivery::kThread;
-    // Shared, so that a call can use them without the lock and without a copy of
-    // the function, which might allocate.
-    std::shared_ptr<const Layer::TimeSource> timeSource_;
+    // Shared, so that a call can use it without the lock and without a copy of the
+    // function, which might allocate.
     std::shared_ptr<const Layer::Observer> observer_;
     int buffersToHold_ = 0;
     std::chrono::milliseconds returnDelay_{0};

@@ -4,8 +4,6 @@
 
 namespace win32_layer {
 
-MidiInputDevice::~MidiInputDevice() = default;
-
 VirtualMidiInput::VirtualMidiInput(std::wstring name) : name_(std::move(name)) {}
 
 VirtualMidiInput::~VirtualMidiInput() = default;
