@@ -258,12 +258,13 @@ TEST_F(MidiInLayer, SystemExclusiveFillsTheBuffersThatThereAre) {
     device_->Send({0xF0, 1, 2, 0xF8, 3, 4, 5, 6, 0xF7});
     EXPECT_THAT(Hear(), ElementsAre("F8", "LF0010203", "L040506F7"));
     // One buffer is left, and a message that does not fit into it is cut there.
-    device_->Send({0xF0, 1, 2, 3, 4, 5, 0xF7, 0xF0, 9, 0xF7, 0x90, 1, 2});
+    device_->Send({0xF0, 1, 2, 3, 4, 5, 0xF7, 0xF0, 9, 0xF7, 0x90, 1, 2, 0xF0, 1});
     EXPECT_THAT(Hear(), ElementsAre("LF0010203", "900102"));
     for (Buffer& buffer : buffers_)
         ASSERT_EQ(midiInAddBuffer(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
     EXPECT_EQ(midiInAddBuffer(input_, &buffers_[0].header, sizeof(MIDIHDR)), MMRESULT{MIDIERR_STILLPLAYING});
     EXPECT_EQ(midiInClose(input_), MMRESULT{MIDIERR_STILLPLAYING});
+    device_->Send({2, 0xF7});  // of a message that found no buffer, which comes too late
     device_->Send({0xF0, 1, 0x91, 1, 2, 0xF0, 7});
     EXPECT_THAT(Hear(), ElementsAre("EF001", "910102"));
     EXPECT_EQ(midiInStop(input_), 0u);
@@ -351,6 +352,11 @@ TEST_F(MidiInLayer, ACallbackOfABufferMayStopOrCloseTheInput) {
 
     std::vector<MMRESULT> results;
     onBuffer_ = [&] {
+        // What comes now waits for its turn, and never gets it.
+        EXPECT_EQ(midiInStart(input_), 0u);
+        device_->Send({0x90, 1, 2});
+        for (int i = 0; i < 1000; ++i)
+            std::this_thread::yield();
         nesting_ = 1;
         results.push_back(midiInClose(input_));
         nesting_ = 0;
