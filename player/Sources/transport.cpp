@@ -8,6 +8,7 @@
 
 #include "player/show_file.h"
 #include "player/show_loading.h"
+#include "player/song_starts.h"
 #include "zell/thread_names.h"
 
 namespace player {
@@ -332,6 +333,9 @@ void Transport::OpenShow(std::shared_ptr<const Show> show) {
     const ShowDocument& document = show_->GetDocument();
     if (timeCode_)
         timeCode_->OpenShow(show_->GetFile(), document.timeCodeActive);
+    if (timeCode_ && timeCode_->IsActive())
+        for (const std::string& moved : DescribeMovedSongs(*show_, timeCode_->GetSender().GetRate()))
+            Say(moved);
     setList_.clear();
     for (const ShowDocument::SetListEntry& entry : document.setList)
         setList_.push_back({show_->IndexOf(entry.song), entry.then, ++entryIds_});
@@ -792,6 +796,7 @@ void Transport::SongStopped(std::uint64_t arming) {
     host_.FinishSong();
     PublishEnd();
     if (!fault.empty()) {
+        host_.TellPlace();
         Fail("the song broke off: " + fault);
         return;
     }
@@ -799,10 +804,12 @@ void Transport::SongStopped(std::uint64_t arming) {
     const auto next = entry_ ? NextPlayable(entry_, true) : std::nullopt;
     if (!next) {
         state_ = entry_ ? State::kEnded : State::kStopped;
+        host_.TellPlace();
         return;
     }
     if (then == AfterSong::kStop && !goesOn_) {
         state_ = State::kStopped;
+        host_.TellPlace();
         return;
     }
     LoadSong(setList_[*next].song, next);
