@@ -205,7 +205,7 @@ Times Engine(double seconds) {
     const auto records = feed.Subscribe();
     Ending ending;
     {
-        PlaybackHost host({"", {}, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
+        PlaybackHost host({"", {}, nullptr, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
         Play(host, seconds);
         ending.Wait();
         host.FinishSong();
@@ -242,7 +242,7 @@ void MeasureOneClock() {
         start = Steady::now();
     };
     {
-        PlaybackHost host({"", hook, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
+        PlaybackHost host({"", hook, nullptr, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
         playing = &host;
         Play(host, static_cast<double>(kWarmUpClocks + kMeasuredClocks + 100) * kClockSeconds);
         ending.Wait();
@@ -260,7 +260,8 @@ double OfflineSpeed() {
     PlaybackFeed feed;
     Ending ending;
     PlaybackHost* playing = nullptr;
-    PlaybackHost host({"", [&] { playing->WaitForFills(1, 5s); }, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
+    PlaybackHost host({"", [&] { playing->WaitForFills(1, 5s); }, nullptr, [&](std::uint64_t) { ending.Notify(); }, {}},
+                      feed);
     playing = &host;
     Layer::Instance().SetDelivery(win32_layer::Delivery::kInline);
     Layer::Instance().SetTimeSource([&] { return playing->GetTime(); });

@@ -219,9 +219,10 @@ public:
                                             OutputDevices::CanRecord() ? &activity_ : nullptr},
                     *transport_, feed_);
             // A run in virtual time is a rendering and no evening to come back to.
-            if (const std::filesystem::path file = show_.Get()->GetFile(); !file.empty() && !isOffline_)
+            // Songs without a show file have no state, but may give way to a show that has.
+            if (const std::filesystem::path file = show_.Get()->GetFile(); !isOffline_)
                 keeper_ = std::make_unique<StateKeeper>(
-                    feed_, *transport_, ShowState::PathFor(file),
+                    feed_, *transport_, file.empty() ? file : ShowState::PathFor(file),
                     [this](const std::string& reason) { running_->PostMessage("where the show stands: " + reason); });
             if (isOffline_)
                 devices_.UseVirtualTime([host = &transport_->GetHost()] { return host->GetTime(); });

@@ -239,6 +239,23 @@ def a_real_time_run_prints_its_timing(case):
             raise AssertionError(f"no {word!r} in {run.stderr!r}")
 
 
+def a_show_opened_from_single_songs_is_kept_like_any_other(case):
+    show = case.file("show.json", json.dumps({"title": "Later", "kind": "programs",
+                                              "songs": [{"key": "one", "file": "song.mid"}]}).encode())
+    place = case.folder / "control"
+    with subprocess.Popen([PLAYER, "play", case.song(), "--serve", place], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True) as player:
+        for _ in range(1000):
+            if place.exists() or player.poll() is not None:
+                break
+            time.sleep(0.02)
+        for command in (f"load show {show}", "transpose 5", "quit"):
+            run = case.player("send", "--socket", place, *command.split(" "))
+            same(run.returncode, 0, f"{command}: {run.stdout}{run.stderr}")
+        same((player.wait(20), player.stderr.read()), (0, ""), "the player's end:")
+    same(json.loads((case.folder / "show.json.state").read_text())["transposition"], 5, "saved:")
+
+
 def a_closed_or_blocked_standard_output_holds_nothing_up(case):
     songs = [case.song(bars=100)] * 8
     command = [PLAYER, "play", "--offline", "--json", "--record", case.out, *songs]
@@ -284,6 +301,7 @@ TESTS = [
     json_lines_tell_the_show_in_order,
     interrupt_ends_with_130_and_a_whole_recording,
     a_real_time_run_prints_its_timing,
+    a_show_opened_from_single_songs_is_kept_like_any_other,
     a_closed_or_blocked_standard_output_holds_nothing_up,
     real_files_are_played_whole,
 ]

@@ -22,7 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const std::string kFile = "\x14MidiTimeCodeSettings\x01\x01\x02\x00\x00\x00\x01"s;
 const std::string kFileInactive = "\x14MidiTimeCodeSettings\x00\x01\x02\x00\x00\x00\x01"s;

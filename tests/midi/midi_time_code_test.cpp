@@ -222,7 +222,7 @@ TEST(MidiTimeCode, AnObjectStepsItselfAfterCopiesAndSwaps) {
     MidiTimeCode a(0, 0, 59, 29, FrameRate::k2997Drop);
     MidiTimeCode b(1, 0, 0, 24, FrameRate::k25);
     std::swap(a, b);
-    MidiTimeCode c = std::move(a);
+    MidiTimeCode c = a;
     ++b;
     c++;
     EXPECT_EQ(Text(b) + " " + Text(c), "00:01:00;02.0 01:00:01:00.0");

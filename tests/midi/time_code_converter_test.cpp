@@ -50,7 +50,7 @@ TEST(TimeCodeConverter, ACopyIsAtTheSameSongOfItsOwnShow) {
         converter.UpdateToNewSong("first by name", 24);
         TimeCodeConverter other(converter);
         converter.UpdateToNewSong("second by name", 480);
-        copy = std::move(other);
+        copy = other;
     }
     EXPECT_DOUBLE_EQ(copy.ConvertTickIndexToSeconds(24), 7.0);
     EXPECT_EQ(copy.GetTimeCodeSecondsPair(0).second, copy.ConvertTickIndexToSeconds(1));

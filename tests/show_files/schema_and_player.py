@@ -113,6 +113,8 @@ class Judges:
         """None for a good show, else what the player says of a bad one."""
         path = self.folder / "judged.json"
         path.write_text(text)
+        # Where the songs of the show before started is no fault of this one.
+        (self.folder / "judged.json.starts").unlink(missing_ok=True)
         run = subprocess.run([self.player, "verify", "judged.json"], cwd=self.folder, stdin=subprocess.DEVNULL,
                              capture_output=True, text=True, timeout=60)
         if run.returncode == 0 and run.stdout and not run.stderr:

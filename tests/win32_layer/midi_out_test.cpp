@@ -18,7 +18,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using win32_layer::Delivery;
 using win32_layer::Fault;
 using win32_layer::Layer;
 using win32_layer::VirtualMidiOutput;
