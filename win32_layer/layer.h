@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "win32_layer/midi_input_device.h"
 #include "win32_layer/midi_output_device.h"
 #include "win32_layer/win32_layer_export.h"
 
@@ -20,6 +21,9 @@ enum class Fault {
     kPrepare,
     kUnprepare,
     kDeviceCaps,
+    kInputOpen,
+    kInputStart,
+    kInputCaps,
     kErrorText,
     kTimer,
     kWaitableTimer,
@@ -36,6 +40,7 @@ enum class Delivery {
 
 struct Counters {
     int openStreams = 0;
+    int openInputs = 0;
     int preparedHeaders = 0;
     int queuedHeaders = 0;
     int timerPeriods = 0;       // timeBeginPeriod less timeEndPeriod
@@ -59,10 +64,15 @@ public:
 
     static Layer& Instance();
 
-    /// Devices are listed in the order of adding.
+    /// Devices are listed in the order of adding. An input that is open hears nothing when
+    /// its device is removed, and a device of the same identity when that is added.
     void AddOutput(std::shared_ptr<MidiOutputDevice> device);
     void RemoveOutput(const std::shared_ptr<MidiOutputDevice>& device);
     std::vector<std::shared_ptr<MidiOutputDevice>> GetOutputs() const;
+
+    void AddInput(std::shared_ptr<MidiInputDevice> device);
+    void RemoveInput(const std::shared_ptr<MidiInputDevice>& device);
+    std::vector<std::shared_ptr<MidiInputDevice>> GetInputs() const;
 
     void SetDelivery(Delivery delivery);
     /// Only one stream may have the device, which is listed, open at a time.

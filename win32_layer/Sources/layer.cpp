@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "faults.h"
+#include "input_devices.h"
+#include "midi_inputs.h"
 #include "midi_streams.h"
 #include "output_devices.h"
 #include "timer_thread.h"
@@ -30,6 +32,18 @@ void Layer::RemoveOutput(const std::shared_ptr<MidiOutputDevice>& device) {
 
 std::vector<std::shared_ptr<MidiOutputDevice>> Layer::GetOutputs() const {
     return OutputDevices::Instance().GetAll();
+}
+
+void Layer::AddInput(std::shared_ptr<MidiInputDevice> device) {
+    InputDevices::Instance().Add(std::move(device));
+}
+
+void Layer::RemoveInput(const std::shared_ptr<MidiInputDevice>& device) {
+    InputDevices::Instance().Remove(device);
+}
+
+std::vector<std::shared_ptr<MidiInputDevice>> Layer::GetInputs() const {
+    return InputDevices::Instance().GetAll();
 }
 
 void Layer::SetDelivery(Delivery delivery) {
@@ -66,11 +80,13 @@ void Layer::DelayReturns(std::chrono::milliseconds delay) {
 
 Counters Layer::GetCounters() const {
     const auto streams = MidiStreams::Instance().GetTotals();
+    const auto inputs = MidiInputs::Instance().GetTotals();
     const auto timers = TimerThread::Instance().GetTotals();
     Counters counters;
     counters.openStreams = streams.openStreams;
-    counters.preparedHeaders = streams.preparedHeaders;
-    counters.queuedHeaders = streams.queuedHeaders;
+    counters.openInputs = inputs.openInputs;
+    counters.preparedHeaders = streams.preparedHeaders + inputs.preparedHeaders;
+    counters.queuedHeaders = streams.queuedHeaders + inputs.queuedHeaders;
     counters.timerPeriods = timers.periods;
     counters.outstandingTimers = timers.outstanding;
     counters.streamOuts = streams.streamOuts;
@@ -86,7 +102,9 @@ bool Layer::WaitForTimers(std::chrono::milliseconds atMost) {
 void Layer::Reset() {
     Faults::Instance().Clear();
     OutputDevices::Instance().RemoveAll();
+    InputDevices::Instance().RemoveAll();
     MidiStreams::Instance().Reset();
+    MidiInputs::Instance().Reset();
     TimerThread::Instance().Reset();
 }
 

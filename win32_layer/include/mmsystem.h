@@ -1,7 +1,7 @@
 #pragma once
 
 // The multimedia calls that engine and player use: MIDI stream output, MIDI output
-// devices, one-shot timers. See windows.h.
+// devices, MIDI inputs, one-shot timers. See windows.h.
 
 #include <windows.h>
 
@@ -58,6 +58,21 @@ typedef UINT MMVERSION;
 #define CALLBACK_FUNCTION 0x00030000l
 #define CALLBACK_EVENT 0x00050000l
 
+#define MM_MIM_OPEN 0x3C1
+#define MM_MIM_CLOSE 0x3C2
+#define MM_MIM_DATA 0x3C3
+#define MM_MIM_LONGDATA 0x3C4
+#define MM_MIM_ERROR 0x3C5
+#define MM_MIM_LONGERROR 0x3C6
+#define MM_MIM_MOREDATA 0x3CC
+#define MIM_OPEN MM_MIM_OPEN
+#define MIM_CLOSE MM_MIM_CLOSE
+#define MIM_DATA MM_MIM_DATA
+#define MIM_LONGDATA MM_MIM_LONGDATA
+#define MIM_ERROR MM_MIM_ERROR
+#define MIM_LONGERROR MM_MIM_LONGERROR
+#define MIM_MOREDATA MM_MIM_MOREDATA
+
 #define MM_MOM_OPEN 0x3C7
 #define MM_MOM_CLOSE 0x3C8
 #define MM_MOM_DONE 0x3C9
@@ -108,8 +123,10 @@ typedef UINT MMVERSION;
 #define TIME_CALLBACK_EVENT_PULSE 0x0020
 #define TIME_KILL_SYNCHRONOUS 0x0100
 
+DECLARE_HANDLE(HMIDIIN);
 DECLARE_HANDLE(HMIDIOUT);
 DECLARE_HANDLE(HMIDISTRM);
+typedef HMIDIIN* LPHMIDIIN;
 typedef HMIDIOUT* LPHMIDIOUT;
 typedef HMIDISTRM* LPHMIDISTRM;
 
@@ -123,6 +140,14 @@ typedef void(CALLBACK TIMECALLBACK)(UINT timerId, UINT message, DWORD_PTR user, 
                                     DWORD_PTR reserved2);
 typedef TIMECALLBACK* LPTIMECALLBACK;
 
+typedef struct tagMIDIINCAPSW {
+    WORD wMid;
+    WORD wPid;
+    MMVERSION vDriverVersion;
+    WCHAR szPname[MAXPNAMELEN];  // a name of 32 characters has no terminating zero
+    DWORD dwSupport;
+} MIDIINCAPSW, *PMIDIINCAPSW, *LPMIDIINCAPSW;
+
 typedef struct tagMIDIOUTCAPSW {
     WORD wMid;
     WORD wPid;
@@ -135,8 +160,9 @@ typedef struct tagMIDIOUTCAPSW {
     DWORD dwSupport;
 } MIDIOUTCAPSW, *PMIDIOUTCAPSW, *LPMIDIOUTCAPSW;
 
-// From midiStreamOut until MOM_DONE the header and its data belong to the layer,
-// which links its queues through lpNext and dwReserved.
+// From midiStreamOut until MOM_DONE, or from midiInAddBuffer until MIM_LONGDATA, the
+// header and its data belong to the layer, which links its queues through lpNext and
+// dwReserved.
 typedef struct midihdr_tag {
     LPSTR lpData;
     DWORD dwBufferLength;
@@ -170,6 +196,17 @@ WINMMAPI MMRESULT WINAPI midiOutReset(HMIDIOUT output);
 WINMMAPI MMRESULT WINAPI midiOutClose(HMIDIOUT output);
 WINMMAPI MMRESULT WINAPI midiOutPrepareHeader(HMIDIOUT output, LPMIDIHDR header, UINT headerBytes);
 WINMMAPI MMRESULT WINAPI midiOutUnprepareHeader(HMIDIOUT output, LPMIDIHDR header, UINT headerBytes);
+
+WINMMAPI UINT WINAPI midiInGetNumDevs();
+WINMMAPI MMRESULT WINAPI midiInGetDevCapsW(UINT_PTR device, LPMIDIINCAPSW caps, UINT capsBytes);
+WINMMAPI MMRESULT WINAPI midiInOpen(LPHMIDIIN input, UINT device, DWORD_PTR callback, DWORD_PTR instance, DWORD flags);
+WINMMAPI MMRESULT WINAPI midiInClose(HMIDIIN input);
+WINMMAPI MMRESULT WINAPI midiInStart(HMIDIIN input);
+WINMMAPI MMRESULT WINAPI midiInStop(HMIDIIN input);
+WINMMAPI MMRESULT WINAPI midiInReset(HMIDIIN input);
+WINMMAPI MMRESULT WINAPI midiInPrepareHeader(HMIDIIN input, LPMIDIHDR header, UINT headerBytes);
+WINMMAPI MMRESULT WINAPI midiInUnprepareHeader(HMIDIIN input, LPMIDIHDR header, UINT headerBytes);
+WINMMAPI MMRESULT WINAPI midiInAddBuffer(HMIDIIN input, LPMIDIHDR header, UINT headerBytes);
 
 WINMMAPI MMRESULT WINAPI midiStreamOpen(LPHMIDISTRM stream, LPUINT device, DWORD deviceCount, DWORD_PTR callback,
                                         DWORD_PTR instance, DWORD flags);

@@ -1,0 +1,384 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <mmsystem.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "win32_layer/layer.h"
+#include "win32_layer/virtual_midi_input.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using win32_layer::Fault;
+using win32_layer::Layer;
+using win32_layer::VirtualMidiInput;
+
+using Bytes = std::vector<std::uint8_t>;
+
+std::string Hex(const Bytes& bytes) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        text += {kDigits[byte >> 4], kDigits[byte & 15]};
+    return text;
+}
+
+/// An input that keeps what it hears, as text: "90 3C 40" without blanks, "L..." for a
+/// filled buffer, "E..." for one that was broken off.
+class MidiInLayer : public testing::Test {
+protected:
+    MidiInLayer() {
+        Layer::Instance().Reset();
+        Layer::Instance().AddInput(device_);
+    }
+    ~MidiInLayer() override {
+        Close();
+        Layer::Instance().Reset();
+        EXPECT_EQ(Layer::Instance().GetCounters().openInputs, 0);
+        EXPECT_EQ(Layer::Instance().GetCounters().preparedHeaders, 0);
+        EXPECT_EQ(Layer::Instance().GetCounters().queuedHeaders, 0);
+    }
+
+    MMRESULT Open() {
+        return midiInOpen(&input_, 0, reinterpret_cast<DWORD_PTR>(&OnMessage), reinterpret_cast<DWORD_PTR>(this),
+                          CALLBACK_FUNCTION);
+    }
+    void OpenAndStart() {
+        ASSERT_EQ(Open(), 0u);
+        ASSERT_EQ(midiInStart(input_), 0u);
+    }
+    void AddBuffers(std::size_t count, std::size_t bytes) {
+        buffers_.resize(count);
+        for (Buffer& buffer : buffers_) {
+            buffer.bytes.resize(bytes);
+            buffer.header.lpData = buffer.bytes.data();
+            buffer.header.dwBufferLength = static_cast<DWORD>(bytes);
+            ASSERT_EQ(midiInPrepareHeader(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
+            ASSERT_EQ(midiInAddBuffer(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
+        }
+    }
+    void Close() {
+        midiInReset(input_);
+        for (Buffer& buffer : buffers_)
+            EXPECT_EQ(midiInUnprepareHeader(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
+        buffers_.clear();
+        midiInClose(input_);
+        input_ = nullptr;
+    }
+    /// Everything up to the end of input, for which an active sensing byte stands.
+    std::vector<std::string> Hear() {
+        device_->Send({0xFE});
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, 20s, [this] { return !heard_.empty() && heard_.back() == "FE"; }));
+        heard_.pop_back();
+        return std::exchange(heard_, {});
+    }
+
+    static void CALLBACK OnMessage(HMIDIIN, UINT message, DWORD_PTR instance, DWORD_PTR parameter, DWORD_PTR) {
+        auto& test = *reinterpret_cast<MidiInLayer*>(instance);
+        EXPECT_EQ(test.running_.fetch_add(1), test.nesting_);
+        std::string text;
+        if (message == MIM_DATA) {
+            Bytes bytes;
+            for (DWORD_PTR rest = parameter; rest != 0 || bytes.empty(); rest >>= 8)
+                bytes.push_back(static_cast<std::uint8_t>(rest));
+            text = Hex(bytes);
+        } else if (message == MIM_LONGDATA || message == MIM_LONGERROR) {
+            const auto& header = *reinterpret_cast<const MIDIHDR*>(parameter);
+            EXPECT_EQ(header.dwFlags & (MHDR_DONE | MHDR_INQUEUE), DWORD{MHDR_DONE});
+            const auto* const first = reinterpret_cast<const std::uint8_t*>(header.lpData);
+            text = (message == MIM_LONGDATA ? "L" : "E") + Hex({first, first + header.dwBytesRecorded});
+        }
+        if (!text.empty()) {
+            const std::lock_guard lock(test.mutex_);
+            test.heard_.push_back(text);
+            test.changed_.notify_all();
+        }
+        if (message == MIM_DATA && test.onData_)
+            test.onData_();
+        --test.running_;
+    }
+
+    struct Buffer {
+        MIDIHDR header{};
+        std::vector<char> bytes;
+    };
+    const std::shared_ptr<VirtualMidiInput> device_ = std::make_shared<VirtualMidiInput>(L"Keys");
+    HMIDIIN input_ = nullptr;
+    std::vector<Buffer> buffers_;
+    std::function<void()> onData_;
+    std::atomic<int> running_{0};
+    std::atomic<int> nesting_{0};  // callbacks that may run below a new one
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> heard_;  // guarded by mutex_
+};
+
+TEST_F(MidiInLayer, MessagesAreWholeHoweverTheBytesCome) {
+    OpenAndStart();
+    // Data without status, running status, real time inside, system common that ends it.
+    const Bytes bytes = {0x40, 0x90, 0x3C, 0x40, 0x3C, 0xF8, 0x00, 0xC5, 0x07, 0x08, 0xE0, 0x01, 0xF1, 0x23, 0x02,
+                         0xB0, 0x07, 0xF6, 0x64, 0xF2, 0x01, 0xFA, 0x02, 0x03, 0xF7, 0x04, 0xD0, 0x55, 0xF7};
+    const std::vector<std::string> messages = {"903C40", "F8", "903C", "C507",   "C508",
+                                               "F123",   "F6", "FA",   "F20102", "D055"};
+    device_->Send(bytes);
+    EXPECT_EQ(Hear(), messages);
+    for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
+        const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(cut);
+        device_->Send({bytes.begin(), middle});
+        device_->Send({middle, bytes.end()});
+    }
+    for (const std::uint8_t byte : bytes)
+        device_->Send({byte});
+    const auto heard = Hear();
+    ASSERT_EQ(heard.size(), messages.size() * (bytes.size() + 2));
+    for (std::size_t i = 0; i < heard.size(); ++i)
+        EXPECT_EQ(heard[i], messages[i % messages.size()]);
+}
+
+/// What must be heard of bytes, worked out message by message from behind each status.
+std::vector<std::string> HeardOf(const Bytes& bytes) {
+    std::vector<std::string> heard;
+    std::vector<std::pair<std::size_t, std::string>> found;  // by the place of its last byte
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const std::uint8_t status = bytes[i];
+        if (status >= 0xF8)
+            found.emplace_back(i, Hex({status}));
+        if (status < 0x80 || status >= 0xF8 || status == 0xF7)
+            continue;
+        Bytes data;
+        std::vector<std::size_t> places;
+        std::size_t end = i + 1;
+        for (; end < bytes.size() && (bytes[end] < 0x80 || bytes[end] >= 0xF8); ++end)
+            if (bytes[end] < 0x80) {
+                data.push_back(bytes[end]);
+                places.push_back(end);
+            }
+        if (status == 0xF0) {
+            Bytes whole = {0xF0};
+            whole.insert(whole.end(), data.begin(), data.end());
+            const bool isWhole = end < bytes.size() && bytes[end] == 0xF7;
+            if (isWhole)
+                whole.push_back(0xF7);
+            if (end < bytes.size())
+                found.emplace_back(end, (isWhole ? "L" : "E") + Hex(whole));
+            continue;
+        }
+        const std::size_t length = status >= 0xF0 ? std::array<std::size_t, 8>{0, 1, 2, 1, 9999, 9999, 0, 0}[status & 7]
+                                                  : ((status & 0xE0) == 0xC0 ? 1 : 2);
+        if (length == 0)
+            found.emplace_back(i, Hex({status}));
+        for (std::size_t at = 0; length > 0 && at + length <= data.size(); at += length) {
+            if (status >= 0xF0 && at > 0)
+                break;
+            Bytes message = {status, data[at], length == 2 ? data[at + 1] : std::uint8_t{0}};
+            while (message.size() > 1 && message.back() == 0)  // as the packed message shows it
+                message.pop_back();
+            found.emplace_back(places[at + length - 1], Hex(message));
+        }
+    }
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& one, const auto& other) { return one.first < other.first; });
+    for (auto& [place, text] : found)
+        heard.push_back(text);
+    return heard;
+}
+
+TEST_F(MidiInLayer, RandomBytesAreHeardAsThePlainReadingHasThem) {
+    for (unsigned seed = 1; seed <= 40; ++seed) {
+        std::mt19937 random(seed);
+        const auto below = [&random](unsigned limit) { return random() % limit; };
+        ASSERT_EQ(Open(), 0u);
+        AddBuffers(300, 600);
+        ASSERT_EQ(midiInStart(input_), 0u);
+        Bytes bytes;
+        while (bytes.size() < 500)
+            bytes.push_back(static_cast<std::uint8_t>(below(3) == 0 ? 0x80 + below(0x7E) : below(0x80)));
+        bytes.push_back(0xF7);
+        for (std::size_t sent = 0; sent < bytes.size();) {
+            const std::size_t count = std::min<std::size_t>(1 + below(20), bytes.size() - sent);
+            const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(sent);
+            device_->Send({first, first + static_cast<std::ptrdiff_t>(count)});
+            sent += count;
+        }
+        const auto heard = Hear();
+        const auto wanted = HeardOf(bytes);
+        const auto [one, other] = std::ranges::mismatch(heard, wanted);
+        ASSERT_TRUE(one == heard.end() && other == wanted.end())
+            << "seed " << seed << ": " << (one == heard.end() ? "nothing" : *one) << " instead of "
+            << (other == wanted.end() ? "nothing" : *other) << " at " << one - heard.begin();
+        Close();
+        heard_.clear();
+    }
+}
+
+TEST_F(MidiInLayer, SystemExclusiveFillsTheBuffersThatThereAre) {
+    ASSERT_EQ(Open(), 0u);
+    AddBuffers(3, 4);
+    ASSERT_EQ(midiInStart(input_), 0u);
+    device_->Send({0xF0, 1, 2, 0xF8, 3, 4, 5, 6, 0xF7});
+    EXPECT_THAT(Hear(), ElementsAre("F8", "LF0010203", "L040506F7"));
+    // One buffer is left, and a message that does not fit into it is cut there.
+    device_->Send({0xF0, 1, 2, 3, 4, 5, 0xF7, 0xF0, 9, 0xF7, 0x90, 1, 2});
+    EXPECT_THAT(Hear(), ElementsAre("LF0010203", "900102"));
+    for (Buffer& buffer : buffers_)
+        ASSERT_EQ(midiInAddBuffer(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
+    EXPECT_EQ(midiInAddBuffer(input_, &buffers_[0].header, sizeof(MIDIHDR)), MMRESULT{MIDIERR_STILLPLAYING});
+    EXPECT_EQ(midiInClose(input_), MMRESULT{MIDIERR_STILLPLAYING});
+    device_->Send({0xF0, 1, 0x91, 1, 2, 0xF0, 7});
+    EXPECT_THAT(Hear(), ElementsAre("EF001", "910102"));
+    EXPECT_EQ(midiInStop(input_), 0u);
+    EXPECT_THAT(std::exchange(heard_, {}), ElementsAre("LF007"));
+    device_->Send({0x90, 1, 2});  // heard by nobody
+    EXPECT_EQ(midiInReset(input_), 0u);
+    EXPECT_THAT(std::exchange(heard_, {}), ElementsAre("L"));
+}
+
+TEST_F(MidiInLayer, OnceResetHasReturnedNothingIsCalledAnyMore) {
+    std::atomic<bool> isOver{false};
+    std::thread flood([&] {
+        while (!isOver)
+            device_->Send({0x90, 60, 64, 61, 64});
+    });
+    for (int round = 0; round < 200; ++round) {
+        OpenAndStart();
+        {
+            std::unique_lock lock(mutex_);
+            EXPECT_TRUE(changed_.wait_for(lock, 20s, [this] { return heard_.size() > 3; }));
+        }
+        EXPECT_EQ(midiInReset(input_), 0u);
+        EXPECT_EQ(running_, 0);
+        std::size_t heard = 0;
+        {
+            const std::lock_guard lock(mutex_);
+            heard = heard_.size();
+        }
+        if (round % 2 == 0) {
+            EXPECT_EQ(midiInStart(input_), 0u);
+        }
+        EXPECT_EQ(midiInReset(input_), 0u);
+        EXPECT_EQ(midiInClose(input_), 0u);
+        EXPECT_EQ(running_, 0);
+        const std::lock_guard lock(mutex_);
+        if (round % 2 == 1) {
+            EXPECT_EQ(heard_.size(), heard);
+        }
+        heard_.clear();
+    }
+    isOver = true;
+    flood.join();
+}
+
+TEST_F(MidiInLayer, ACallbackMayCloseItsOwnInput) {
+    ASSERT_EQ(Open(), 0u);
+    AddBuffers(2, 4);
+    ASSERT_EQ(midiInStart(input_), 0u);
+    std::atomic<bool> hasClosed{false};
+    onData_ = [&] {
+        nesting_ = 1;  // the buffers come back within this call
+        EXPECT_EQ(midiInReset(input_), 0u);
+        for (Buffer& buffer : buffers_)
+            EXPECT_EQ(midiInUnprepareHeader(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
+        EXPECT_EQ(midiInClose(input_), 0u);
+        nesting_ = 0;
+        hasClosed = true;
+    };
+    device_->Send({0x90, 1, 2, 0x90, 3, 4, 0xF0, 1, 0xF7});
+    for (const auto start = std::chrono::steady_clock::now();
+         (!hasClosed || running_ != 0) && std::chrono::steady_clock::now() - start < 20s;)
+        std::this_thread::yield();
+    EXPECT_FALSE(device_->IsOpen());
+    EXPECT_THAT(heard_, ElementsAre("900102", "L", "L"));
+    buffers_.clear();
+    onData_ = {};
+}
+
+TEST_F(MidiInLayer, AFloodIsBoundedAndWhatIsHeardBehindTheGapIsWhole) {
+    OpenAndStart();
+    std::mutex gate;
+    onData_ = [&gate] { const std::lock_guard wait(gate); };
+    {
+        const std::lock_guard held(gate);
+        for (int i = 0; i < 200'000; ++i)  // 3 bytes each, in two parts
+            device_->Send(i % 2 == 0 ? Bytes{0x90, 60} : Bytes{64, 0xB0, 1, 2});
+    }
+    onData_ = {};
+    // Room is made before the end can be heard.
+    std::size_t heard = 0;
+    for (bool isOver = false; !isOver;) {
+        device_->Send({0xFC});
+        const std::lock_guard lock(mutex_);
+        isOver = !heard_.empty() && heard_.back() == "FC";
+        heard += heard_.size();
+        for (const std::string& text : heard_)
+            EXPECT_TRUE(text == "903C40" || text == "B00102" || text == "FC") << text;
+        heard_.clear();
+    }
+    EXPECT_LT(heard, 200'000u);
+    EXPECT_GT(heard, 50'000u);
+}
+
+TEST_F(MidiInLayer, ADeviceIsOpenedOnceAndHeardAgainWhenItComesBack) {
+    OpenAndStart();
+    HMIDIIN second = nullptr;
+    EXPECT_EQ(midiInOpen(&second, 0, 0, 0, CALLBACK_NULL), MMRESULT{MMSYSERR_ALLOCATED});
+    Layer::Instance().RemoveInput(device_);
+    EXPECT_EQ(midiInGetNumDevs(), 0u);
+    device_->Send({0x90, 1, 2});
+    const auto other = std::make_shared<VirtualMidiInput>(L"Other");
+    Layer::Instance().AddInput(other);
+    const auto again = std::make_shared<VirtualMidiInput>(L"Keys");
+    Layer::Instance().AddInput(again);
+    EXPECT_FALSE(other->IsOpen());
+    MIDIINCAPSW caps{};
+    EXPECT_EQ(midiInGetDevCapsW(1, &caps, sizeof(caps)), 0u);
+    EXPECT_EQ(std::wstring(caps.szPname), L"Keys");
+    again->Send({0x90, 3, 4, 0xFE});
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(changed_.wait_for(lock, 20s, [this] { return heard_.size() == 2; }));
+    EXPECT_THAT(heard_, ElementsAre("900304", "FE"));
+}
+
+TEST_F(MidiInLayer, WhatIsRefusedChangesNothing) {
+    device_->SetRefusesOpen(true);
+    EXPECT_EQ(Open(), MMRESULT{MMSYSERR_ALLOCATED});
+    EXPECT_EQ(input_, nullptr);
+    device_->SetRefusesOpen(false);
+    Layer::Instance().Fail(Fault::kInputOpen, 7, 1);
+    EXPECT_EQ(Open(), 7u);
+    HMIDIIN none = nullptr;
+    EXPECT_EQ(midiInOpen(&none, 1, 0, 0, CALLBACK_NULL), MMRESULT{MMSYSERR_BADDEVICEID});
+    EXPECT_EQ(midiInOpen(nullptr, 0, 0, 0, CALLBACK_NULL), MMRESULT{MMSYSERR_INVALPARAM});
+    ASSERT_EQ(Open(), 0u);
+    Layer::Instance().Fail(Fault::kInputStart, 5, 1);
+    EXPECT_EQ(midiInStart(input_), 5u);
+    device_->Send({0x90, 1, 2});
+    EXPECT_EQ(midiInStart(input_), 0u);
+    EXPECT_THAT(Hear(), IsEmpty());
+    MIDIHDR header{};
+    EXPECT_EQ(midiInPrepareHeader(input_, &header, sizeof(header)), MMRESULT{MMSYSERR_INVALPARAM});
+    EXPECT_EQ(midiInAddBuffer(input_, &header, sizeof(header)), MMRESULT{MIDIERR_UNPREPARED});
+    const HMIDIIN closed = input_;
+    Close();
+    EXPECT_EQ(midiInStart(closed), MMRESULT{MMSYSERR_INVALHANDLE});
+}
+
+}  // namespace
