@@ -18,7 +18,7 @@
 #include "midi/win32/standard_midi_clock_impl.h"
 #include "player/time_code_sender.h"
 #include "win32_layer/layer.h"
-#include "win32_layer/virtual_midi_output.h"
+#include "win32_layer/midi_output_device.h"
 
 namespace {
 
@@ -36,9 +36,10 @@ double Now() {
 /// Pieces by their due times: the call of their span, and so many parts of it later.
 std::vector<double> DueTimes(const std::vector<double>& calls) {
     std::vector<double> due;
-    MidiTimeCode place(0.0, FrameRate::k30);
+    MidiTimeCode place(player::TimeCodeSender::kBorderSeconds, FrameRate::k30);
     for (std::size_t clock = 0; clock < calls.size(); ++clock) {
-        const MidiTimeCode end(static_cast<double>(clock + 1) * kClockSeconds, FrameRate::k30);
+        const MidiTimeCode end(static_cast<double>(clock + 1) * kClockSeconds + player::TimeCodeSender::kBorderSeconds,
+                               FrameRate::k30);
         const std::uint64_t count = place < end ? end.GetDifferenceAsQuarterFrameCount(place) : 0;
         for (std::uint64_t piece = 0; piece < count; ++piece)
             due.push_back(calls[clock] + static_cast<double>(piece) * kClockSeconds / static_cast<double>(count));
@@ -47,6 +48,21 @@ std::vector<double> DueTimes(const std::vector<double>& calls) {
     }
     return due;
 }
+
+/// Where the pieces leave the machine; the full frame at the beginning is none.
+class Desk : public win32_layer::MidiOutputDevice {
+public:
+    std::wstring GetName() const override { return L"Desk"; }
+    std::string GetIdentity() const override { return "Desk"; }
+    bool Open() override { return true; }
+    void Close() override {}
+    void Play(const std::uint8_t* bytes, std::size_t, std::chrono::nanoseconds) override {
+        if (bytes[0] == 0xF1)
+            arrived.push_back(Now());
+    }
+
+    std::vector<double> arrived;  // read once the port is closed
+};
 
 double Print(const char* what, std::vector<double> seconds) {
     std::sort(seconds.begin(), seconds.end());
@@ -75,20 +91,15 @@ std::vector<double> SleepBarely(double seconds, const std::atomic<bool>& stop) {
 
 int main(int count, char** arguments) {
     const double seconds = std::max(2.0, count > 1 ? std::atof(arguments[1]) : 300.0);
-    Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(
-        L"Bench", win32_layer::VirtualMidiOutput::Speed::kAtOnce, false));
-    std::vector<double> calls, sent, bare;
+    std::vector<double> calls, bare;
+    const auto desk = std::make_shared<Desk>();
+    Layer::Instance().AddOutput(desk);
     calls.reserve(static_cast<std::size_t>(seconds / kClockSeconds) + 100);
     std::mutex mutex;
     std::condition_variable changed;
     bool isOver = false;  // guarded by mutex
     {
-        // Pieces alone: the full frame at the beginning is none.
-        player::TimeCodeSender sender(
-            {FrameRate::k30, {}, {}, [&](const std::uint8_t* bytes, std::size_t, std::chrono::nanoseconds) {
-                 if (bytes[0] == 0xF1)
-                     sent.push_back(Now());
-             }});
+        player::TimeCodeSender sender({FrameRate::k30, {}, {}, {}});
         sender.SetOutputPortIndex(0);
         sender.SetActive(true);
         const auto clocks = static_cast<std::size_t>(seconds / kClockSeconds);
@@ -121,6 +132,7 @@ int main(int count, char** arguments) {
         sender.SetActive(false);
     }
     const std::vector<double> due = DueTimes(calls);
+    const std::vector<double>& sent = desk->arrived;
     const std::size_t pieces = std::min(due.size(), sent.size());
     if (pieces < 100 || due.size() - pieces > 3) {
         std::printf("only %zu of %zu pieces left\n", sent.size(), due.size());

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "midi/win32/device_diagnostics.h"
+#include "player/input_commands.h"
 #include "player/midi_file_import.h"
 #include "player/midi_file_reader.h"
+#include "player/midi_input.h"
 #include "player/operator_commands.h"
 #include "player/output_devices.h"
 #include "player/play_options.h"
@@ -37,6 +39,10 @@ int Inspect(const std::vector<std::string>& files) {
 int ListDevices() {
     const player::OutputDevices devices;
     std::cout << CreateMidiDeviceSummary() << '\n';
+    const std::vector<std::string> inputs = player::MidiInput::GetNames();
+    std::cout << "MIDI inputs:" << (inputs.empty() ? " none\n" : "\n");
+    for (std::size_t index = 0; index < inputs.size(); ++index)
+        std::cout << index << ": " << inputs[index] << '\n';
     return 0;
 }
 
@@ -88,6 +94,8 @@ int main(int argc, char** argv) {
     play.add_option("--mtc-start", options.mtcStart, "The time at which the show begins, as 01:00:00:00");
     play.add_option("--mtc-record", options.mtcRecordTo, "Write every message of the time code to this file of lines");
 
+    play.add_option("--input", options.input, "The input of pedals and keys, by its name or index");
+
     std::string socket;
     play.add_option("--serve", options.serveAt,
                     "Stand ready at the first song and obey at a control socket with this path")
@@ -117,8 +125,28 @@ int main(int argc, char** argv) {
     verify.add_flag("--allow-outside", allowOutside, "Take songs from elsewhere than below the show's folder");
     std::string timeCodeSource;
     CLI::App& timeCode = *program.add_subcommand("timecode", "Follow MIDI Time Code as a receiver does.");
-    timeCode.add_option("SOURCE", timeCodeSource, "A recording (see: play --mtc-record)")->required();
-    CLI::App& devices = *program.add_subcommand("devices", "List the MIDI outputs.");
+    timeCode.add_option("SOURCE", timeCodeSource, "A recording (see: play --mtc-record) or a MIDI input")->required();
+    std::string monitored;
+    CLI::App& monitor = *program.add_subcommand("monitor", "Print what arrives on a MIDI input.");
+    monitor.add_option("INPUT", monitored, "The input, by its name or index; left out, the inputs are listed");
+    player::LearnRequest learned;
+    CLI::App& learn = *program.add_subcommand("learn", "Have a pedal or key drive a command of a show; list them.");
+    learn.add_option("SHOW", learned.show, "The show file")->required();
+    std::vector<std::string> learnedWords;
+    learn.add_option("COMMAND", learnedWords, "The command, as: next song");
+    learn.add_option("--input", learned.input, "The input of pedals and keys, by its name or index");
+    learn.add_option("--forget", learned.forgotten, "Forget the pedal of this command");
+    player::ShowControlGo go;
+    CLI::App& msc = *program.add_subcommand("msc", "MIDI Show Control, for testing a rig.");
+    msc.require_subcommand(1);
+    CLI::App& mscSend = *msc.add_subcommand("send", "Write one GO to an output.");
+    mscSend.add_option("OUTPUT", go.output, "The output, by its name or index")->required();
+    mscSend.add_option("CUE", go.cue, "The cue number; left out: GO alone");
+    mscSend.add_option("--list", go.list, "The cue list");
+    mscSend.add_option("--path", go.path, "The cue path");
+    mscSend.add_option("--device", go.deviceId, "The device id; 127 is all-call")->check(CLI::Range(0, 127));
+    mscSend.add_flag("--effects", go.isForEffects, "The command format of audio effects devices, not of music");
+    CLI::App& devices = *program.add_subcommand("devices", "List the MIDI outputs and inputs.");
 
     try {
         program.parse(argc, argv);
@@ -142,6 +170,14 @@ int main(int argc, char** argv) {
             return player::VerifyShow(showFile, allowOutside);
         if (timeCode.parsed())
             return player::FollowTimeCode(timeCodeSource);
+        if (monitor.parsed())
+            return player::MonitorInput(monitored);
+        if (learn.parsed()) {
+            learned.command = Joined(learnedWords);
+            return player::LearnCommand(learned);
+        }
+        if (mscSend.parsed())
+            return player::SendShowControl(go);
         if (devices.parsed())
             return ListDevices();
     } catch (const std::exception& error) {

@@ -48,6 +48,9 @@ public:
 
     bool IsShowMode() const { return isShowMode_; }
     bool ShowsHelp() const { return showsHelp_; }
+    bool ShowsPedals() const { return showsPedals_; }
+    /// The command, counted from 0, that is to be learned or forgotten.
+    std::size_t GetSelectedPedal() const { return pedal_; }
     /// The track, counted from 0, that keys for one track act on.
     std::size_t GetSelectedTrack() const { return track_; }
     /// What is being typed or asked; empty otherwise.
@@ -66,11 +69,15 @@ private:
     Action Ask(Asking asking);
     Action Type(int key);
     Action AnswerQuit(int key);
+    Action ChoosePedal(int key, const ScreenModel& model);
     Action Act(int key, Time now, const ScreenModel& model);
 
     bool isShowMode_ = true;
     bool showsHelp_ = false;
+    bool showsPedals_ = false;
+    std::size_t pedal_ = 0;
     std::size_t track_ = 0;
+    bool pedalsAreLocked_ = false;  // they were asked for in show mode
     Asking asking_ = Asking::kNothing;
     std::string typed_;
     int armedKey_ = 0;  // pressed once

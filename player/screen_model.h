@@ -33,6 +33,11 @@ struct ScreenModel {
         bool muted = false;
         bool active = false;  // has struck a note just now
     };
+    struct Pedal {
+        std::string command;
+        std::string binding;  // empty: none was learned
+        int leastMilliseconds = 0;
+    };
     struct Message {
         std::uint64_t number = 0;
         std::string text;
@@ -72,6 +77,15 @@ struct ScreenModel {
     std::string timeCodeState = "off";
     std::string timeCodeRate;  // "25 fps"
     std::string timeCode;      // the label that is sent; empty: none
+
+    std::string inputName;            // of pedals and keys; empty: none was chosen
+    std::string inputState = "none";  // "none", "on" or "missing"
+    bool onlyPresses = true;
+    std::string learning;  // the command that waits for its pedal; empty: none
+    std::vector<Pedal> pedals;
+    std::string showControlState = "none";  // "none", "on", "off" or "missing"
+    int showControlRefused = 0;
+    std::string showControlRefusal;  // the newest
 
     // Of the position.
     int bar = 0;  // below 0: bars of the count-in that are left

@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "player/imported_song.h"
@@ -45,6 +47,10 @@ public:
     const std::vector<ShowSong>& GetSongs() const { return songs_; }
     /// std::out_of_range "no such song" for a key that is not there.
     std::size_t IndexOf(const std::string& key) const;
+    /// Where a cue of show control starts: the song of exactly that number, else, after
+    /// the last point, that song's marker of that number, counted from 1. Song, and tick
+    /// of the marker. std::invalid_argument with one line where there is none.
+    std::pair<std::size_t, std::optional<std::uint32_t>> FindCue(const std::string& cue) const;
     /// The songs that can be played, in the show's order, and the groups.
     const ambrel::AmbrelShowData& GetData() const { return data_; }
 

@@ -95,6 +95,13 @@ struct ShowDocument {
         std::vector<Patch> patches;
         std::optional<ClickTrack> clickTrack;
     };
+    /// Where MIDI Show Control comes from, and what of it is meant for this show.
+    struct ShowControl {
+        std::string input;    // a device's name
+        int deviceId = 0;     // 0..111
+        std::string cueList;  // empty: every list is heard
+        bool operator==(const ShowControl&) const = default;
+    };
     struct SetListEntry {
         std::string song;  // a song's key
         AfterSong then = AfterSong::kStop;
@@ -109,6 +116,7 @@ struct ShowDocument {
     std::vector<Song> songs;    // in the order of the show's time axis
     std::vector<SetListEntry> setList;
     bool timeCodeActive = false;
+    std::optional<ShowControl> showControl;
 };
 
 }  // namespace player

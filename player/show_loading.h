@@ -14,7 +14,8 @@ namespace player {
 /// lacks) becomes a song with a fault, and the show loads.
 ///
 /// file: the show file, from whose folder the songs are found. allowOutside: whether
-/// they may lie elsewhere than below that folder.
+/// they may lie elsewhere than below that folder. A show that obeys show control is
+/// refused where a cue could mean two places: ShowFileError, a line each.
 ///
 /// Threads: any; may take long.
 std::shared_ptr<const Show> LoadShow(ShowDocument document, const std::filesystem::path& file, bool allowOutside);

@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "player/activity_meter.h"
+#include "player/command_input.h"
 #include "player/playback_record.h"
+#include "player/show_control.h"
 #include "player/song_times.h"
 #include "player/transport_snapshot.h"
 
@@ -22,7 +24,8 @@ namespace player {
 /// Threads: one at a time.
 class ShowReport {
 public:
-    /// What the snapshot does not know.
+    /// What the snapshot does not know: the device, the time code, the inputs and how many
+    /// songs are built.
     struct Device {
         std::string name;
         std::string state;  // "ok", "stalled" or "fault"
@@ -36,10 +39,18 @@ public:
     };
     /// How many songs are built, and how many there are to build.
     using Progress = std::pair<std::size_t, std::size_t>;
+    struct Surroundings {
+        Device device;
+        TimeCode timeCode;
+        CommandInput::Report commandInput;
+        ShowControl::Report showControl;
+        Progress progress;
+        bool operator==(const Surroundings&) const = default;
+    };
 
     /// Nothing is heard where the music stands.
     std::string StateOf(const TransportSnapshot& snapshot, const std::optional<PlaybackRecord>& heard,
-                        const Device& device, const TimeCode& timeCode, Progress progress);
+                        const Surroundings& surroundings);
     /// Of each track, from 1: the operator's, else the song's latest up to the place, else
     /// the one that the show file or the track begins with.
     std::vector<int> ProgramsOf(const TransportSnapshot& snapshot, const std::optional<PlaybackRecord>& heard);

@@ -45,8 +45,9 @@ public:
     /// file: of the show, beside which its settings lie; empty: it has none.
     void OpenShow(const std::filesystem::path& file, bool isActive);
     void SetActive(bool active);
+    bool IsActive() const { return isActive_; }
     void SetFrameRate(FrameRate frameRate);
-    /// Name or index.
+    /// Name or index. VemoMidiError where it cannot be opened; the one before then goes on.
     void SetOutput(const std::string& device);
 
     static std::filesystem::path SettingsPathFor(const std::filesystem::path& showFile);

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -55,7 +56,7 @@ private:
 
     AtomicFile file_;
     std::mutex mutex_;
-    std::vector<Message> messages_;  // guarded by mutex_
+    std::deque<Message> messages_;  // guarded by mutex_
 };
 
 }  // namespace player

@@ -16,22 +16,18 @@
 #include <thread>
 #include <vector>
 
+#include "player/command_answer.h"
+#include "player/command_input.h"
 #include "player/current_show.h"
 #include "player/playback_feed.h"
 #include "player/playback_host.h"
+#include "player/show_control.h"
 #include "player/show_state.h"
 #include "player/time_code_control.h"
 #include "player/transport_command.h"
 #include "player/transport_snapshot.h"
 
 namespace player {
-
-/// How a command went.
-struct CommandAnswer {
-    bool done = false;
-    std::string message;       // why not, or what there is to say
-    std::uint64_t number = 0;  // in the order of carrying out; 0: not queued
-};
 
 /// Carries commands out, one after another, on a thread of its own; and goes
 /// through the set list.
@@ -61,6 +57,9 @@ public:
         std::optional<ShowState> resume;
         /// Null: no time code is to be had. It outlives the transport.
         TimeCodeControl* timeCode = nullptr;
+        /// Null: pedals and show control are not heard. They outlive the transport.
+        CommandInput* commandInput = nullptr;
+        ShowControl* showControl = nullptr;
         /// Virtual time: runs on the clock's thread before every clock, and may
         /// post commands and wait for their answers.
         std::function<void()> beforeVirtualClock;
@@ -85,7 +84,9 @@ public:
     std::shared_ptr<const TransportSnapshot> WaitForChange(std::uint64_t number,
                                                            std::chrono::milliseconds atMost) const;
     const PlaybackHost& GetHost() const { return host_; }
-    /// Null where none is to be had.
+    /// Each null where none is to be had.
+    const CommandInput* GetCommandInput() const { return commandInput_; }
+    const ShowControl* GetShowControl() const { return showControl_; }
     const TimeCodeSender* GetTimeCode() const { return timeCode_ ? &timeCode_->GetSender() : nullptr; }
 
 private:
@@ -116,6 +117,8 @@ private:
     CommandAnswer EditSetList(const TransportCommand& command);
     CommandAnswer Save();
     CommandAnswer ExecuteTimeCode(const TransportCommand& command);
+    CommandAnswer ExecuteInput(const TransportCommand& command);
+    CommandAnswer Go(const std::string& cue);
 
     CommandAnswer Start();
     CommandAnswer StopMusic();
@@ -163,6 +166,8 @@ private:
     const bool goesOn_;
     const bool allowOutside_;
     TimeCodeControl* const timeCode_;
+    CommandInput* const commandInput_;
+    ShowControl* const showControl_;
 
     mutable std::mutex mutex_;
     std::condition_variable posted_;

@@ -62,6 +62,14 @@ enum class CommandKind {
     kTimeCode,
     kTimeCodeRate,
     kTimeCodeOutput,
+    kGo,
+    kShowControl,
+    kLearn,
+    kUnlearn,
+    kGiveUpLearning,
+    kCommandInput,
+    kOnlyPresses,
+    kLeastInterval,
     kResend,
     kPanic,
     kSave,
@@ -73,19 +81,22 @@ enum class CommandKind {
 
 /// One argument of a command.
 enum class ArgumentKind {
-    kPath,      // the rest of the line
-    kDevice,    // the rest of the line: an output by name or index
-    kSong,      // a song's number in the show, or its key
-    kBarBeat,   // BAR[:BEAT]
-    kFactor,    // 0.5 to 2
-    kInterval,  // semitones, -12 to 12
-    kGroup,     // 1 to 255
-    kChannel,   // 1 to 16
-    kTrim,      // percent, 0 to 127
-    kProgram,   // 1 to 128
-    kPlace,     // in the set list, from 1
-    kSwitch,    // on or off
-    kFrameRate  // 24, 25, 29.97df or 30
+    kPath,          // the rest of the line
+    kDevice,        // the rest of the line: a device by name or index
+    kCue,           // a song's number, with ".N" its Nth marker; may be left out
+    kLearnable,     // the rest of the line: a command that a pedal can drive
+    kMilliseconds,  // 0 to 60000
+    kSong,          // a song's number in the show, or its key
+    kBarBeat,       // BAR[:BEAT]
+    kFactor,        // 0.5 to 2
+    kInterval,      // semitones, -12 to 12
+    kGroup,         // 1 to 255
+    kChannel,       // 1 to 16
+    kTrim,          // percent, 0 to 127
+    kProgram,       // 1 to 128
+    kPlace,         // in the set list, from 1
+    kSwitch,        // on or off
+    kFrameRate      // 24, 25, 29.97df or 30
 };
 
 /// One thing that an operator, a script or a pedal can ask for.
@@ -114,7 +125,7 @@ struct TransportCommand {
     int value = 0;   // trim, program, a second place; 1 for on
     int beat = 1;
     double factor = 1;
-    std::string text;  // a path, a song, a device or a frame rate
+    std::string text;  // a path, a song, a device, a cue, a command or a frame rate
 };
 
 /// Reads "locate 12:1". std::invalid_argument with one line that says what is

@@ -78,8 +78,7 @@ class Marked:
         return name, True
 
     def declare(self, scopes, statement, defined):
-        plain = re.sub(r"operator\s*(\(\s*\)|[^\s\w(]+)", "operator", statement)
-        plain = without_template_arguments(plain).strip()
+        plain = without_template_arguments(with_named_operators(statement)).strip()
         is_function = "(" in plain
         if re.match(r"(using|typedef|static_assert|template|enum|class|struct)\b", plain):
             return
@@ -97,7 +96,8 @@ class Marked:
         """The marked class, function or object that the symbol belongs to."""
         name = re.sub(r"^((non-)?virtual thunk to|covariant return thunk to|guard variable for|vtable for|VTT for|"
                       r"construction vtable for|typeinfo for|typeinfo name for|TLS \w+ function for) ", "", demangled)
-        name = without_template_arguments(re.sub(r"\[abi:\w+\]", "", name)).split("(")[0].rstrip("*& ")
+        name = with_named_operators(re.sub(r"\[abi:\w+\]", "", name))
+        name = without_template_arguments(name).split("(")[0].rstrip("*& ")
         for candidate in self.names:
             if re.search(rf"(^|[\s*&]){re.escape(candidate)}$", name):
                 return candidate
@@ -117,6 +117,10 @@ def matching_brace(text, position):
         if depth == 0:
             return position + found.start()
     return len(text)
+
+
+def with_named_operators(text):
+    return re.sub(r"\boperator\s*(\(\s*\)|[^\s\w(]+)", lambda found: "operator_" + found[1].encode().hex(), text)
 
 
 def without_template_arguments(text):

@@ -25,6 +25,11 @@ public:
         std::function<void(bool isActive)> mtcActiveState{};
         std::function<void(const std::string& name)> mtcFrameRate{};
         std::function<void(unsigned int portIndex)> mtcOutputPort{};
+        std::function<void()> midiActivity{};
+        /// command: id, status with channel and first data byte, 16, 8 and 0 bits up.
+        std::function<void(unsigned int command)> learnedMidiCommand{};
+        std::function<void(unsigned int commandId)> midiCommandCanceled{};
+        std::function<void(unsigned int sourceIndex)> sourceConnected{};
     };
 
     GuiDispatcher();
@@ -35,6 +40,10 @@ public:
     void SendMtcActiveStateNotification(bool isActive);
     void SendMtcFrameRateNotification(const std::string& name);
     void SendMtcOutputPortNotification(unsigned int portIndex);
+    void SendMidiNotification();
+    void SendLearnedMIDICommand(unsigned int command);
+    void SendMidiCommandCanceled(unsigned int commandId);
+    void SendSourceConnected(unsigned int sourceIndex);
 
 private:
     std::shared_ptr<const Receiver> Current();

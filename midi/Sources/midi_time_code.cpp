@@ -404,7 +404,7 @@ void MidiTimeCode::IncrementHourCount() {
 }
 
 void MidiTimeCode::DecrementFrameCount(unsigned char lowestLabel) {
-    if (frames_ != lowestLabel) {
+    if (frames_ > lowestLabel) {
         --frames_;
         return;
     }

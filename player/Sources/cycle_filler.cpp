@@ -246,8 +246,13 @@ void CycleFiller::Fill(MidiBuffer& buffer) {
     cycle.song = song_;
     cycle.tick = tick;
     cycle.transposition = Transposition();
-    if (axis_)
+    if (axis_) {
         cycle.timeCode = axis_->GetTimeCodeSecondsPair(tick);
+        // The clock of the last tick lies behind the song, where the next one begins: the
+        // time stands still for it, and goes on unbroken.
+        const double end = axis_->ConvertTickIndexToSeconds(song_->plan.song->song.GetTimeline().GetLastTickIndex());
+        cycle.timeCode.second = std::max(cycle.timeCode.first, std::min(cycle.timeCode.second, end));
+    }
     buffer.SetTimeCodeSeconds(cycle.timeCode.first);
     buffer.SetNextTimeCodeSeconds(cycle.timeCode.second);
 

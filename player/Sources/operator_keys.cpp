@@ -120,6 +120,8 @@ const std::vector<OperatorKeys::Help>& OperatorKeys::GetHelp() {
         {"( )", "show sooner, later", false},
         {"r", "resend to the device", false},
         {"w", "save the balance", false},
+        {"c", "show control on, off", false},
+        {"L", "pedals (in rehearsal)", false},
         {"l", "leave; the music goes on", false},
     };
     return help;
@@ -137,6 +139,9 @@ OperatorKeys::Action OperatorKeys::Press(int key, Time now, const ScreenModel& m
         return AnswerQuit(key);
     if (std::exchange(showsHelp_, false))
         return {};
+    pedalsAreLocked_ = false;
+    if (showsPedals_)
+        return ChoosePedal(key, model);
     if (key == firedKey_ && now - firedAt_ < kHeldFor) {
         firedAt_ = now;
         return {};
@@ -180,6 +185,27 @@ OperatorKeys::Action OperatorKeys::AnswerQuit(int key) {
     return {};
 }
 
+OperatorKeys::Action OperatorKeys::ChoosePedal(int key, const ScreenModel& model) {
+    const std::size_t count = model.pedals.size();
+    pedal_ = std::min(pedal_, count == 0 ? 0 : count - 1);
+    switch (key) {
+        case kUp: pedal_ -= pedal_ > 0 ? 1 : 0; return {};
+        case kDown: pedal_ += pedal_ + 1 < count ? 1 : 0; return {};
+        case kEnter:
+        case '\r': return {count > 0 ? "learn " + model.pedals[pedal_].command : "", false, false};
+        case kBackspace:
+        case 127:
+        case '\b': return {count > 0 ? "unlearn " + model.pedals[pedal_].command : "", false, false};
+        default: break;
+    }
+    // The first one gives up what waits for a pedal.
+    if (!model.learning.empty())
+        return {"give up learning", false, false};
+    if (key == kEscape || key == kInterrupt || key == 'L' || key == 'q' || key == kTab)
+        showsPedals_ = false;
+    return {};
+}
+
 OperatorKeys::Action OperatorKeys::Act(int key, Time now, const ScreenModel& model) {
     track_ = std::min(track_, model.tracks.empty() ? 0 : model.tracks.size() - 1);
     const bool hasTrack = !model.tracks.empty();
@@ -218,6 +244,12 @@ OperatorKeys::Action OperatorKeys::Act(int key, Time now, const ScreenModel& mod
         case 'm': return {hasTrack ? (model.tracks[track_].muted ? "unmute" : "mute") + channel : "", false, false};
         case 'k': return {model.click == "on" ? "click off" : "click on", false, false};
         case 'h': return {model.holds ? "hold off" : "hold on", false, false};
+        case 'c': return {model.showControlState == "off" ? "show control on" : "show control off", false, false};
+        case 'L':
+            // Nobody should change a pedal by a slip while an audience listens.
+            showsPedals_ = !isShowMode_;
+            pedalsAreLocked_ = isShowMode_;
+            return {};
         case 'g': return Ask(Asking::kPlace);
         case ':': return Ask(Asking::kCommand);
         case kTab: isShowMode_ = !isShowMode_; return {};
@@ -239,6 +271,8 @@ std::string OperatorKeys::GetPrompt(Time now) const {
         case Asking::kCommand: return ":" + typed_ + "_";
         case Asking::kNothing: break;
     }
+    if (pedalsAreLocked_)
+        return "Pedals are learned in rehearsal mode: Tab";
     if (armedKey_ != 0 && now - armedAt_ <= kTwice)
         return "Press " + NameOf(armedKey_) + " again to " + armedWhat_;
     return {};

@@ -19,8 +19,10 @@
 
 #include "player/activity_meter.h"
 #include "player/clock_statistics.h"
+#include "player/command_input.h"
 #include "player/control_server.h"
 #include "player/current_show.h"
+#include "player/input_posting.h"
 #include "player/operator_commands.h"
 #include "player/output_devices.h"
 #include "player/play_options.h"
@@ -29,6 +31,7 @@
 #include "player/recording.h"
 #include "player/script.h"
 #include "player/script_runner.h"
+#include "player/show_control.h"
 #include "player/show_file.h"
 #include "player/show_loading.h"
 #include "player/state_keeper.h"
@@ -179,6 +182,8 @@ public:
           timeCodeRecording_(options.mtcRecordTo.empty() ? nullptr
                                                          : std::make_unique<TimeCodeRecording>(options.mtcRecordTo)),
           timeCode_(TimeCodeSettings(options, output)),
+          commandInput_(CommandInputSettings(options)),
+          showControl_(ShowControlSettings()),
           exceptionSink_(SetExceptionLogSink([this](const LoggedException& logged) { NoteException(logged); })),
           feed_(options.offline ? PlaybackFeed::Lag::kGrow : PlaybackFeed::Lag::kDropOldest),
           writer_(options.json ? PositionWriter::Form::kJson : PositionWriter::Form::kLine,
@@ -191,6 +196,11 @@ public:
             settings.allowOutside = options.allowOutside;
             settings.output = output;
             settings.timeCode = &timeCode_;
+            // Nobody presses pedals in virtual time.
+            if (!isOffline_) {
+                settings.commandInput = &commandInput_;
+                settings.showControl = &showControl_;
+            }
             // What the command line says holds for the whole run.
             settings.holds = options.tempoScale != 1 || options.transposition != 0;
             settings.goesOn = !isServed_;
@@ -212,6 +222,7 @@ public:
             listener_ = std::thread([this, records = feed_.Subscribe()] { Listen(*records); });
             transport_ = std::make_unique<Transport>(settings, show_, feed_);
             running_ = transport_.get();
+            posting_.Open(*transport_);
             if (isServed_)
                 server_ = std::make_unique<ControlServer>(
                     ControlServer::Settings{options.serveAt, OutputDevices::GetNames().at(std::stoul(output)),
@@ -273,6 +284,7 @@ private:
     // The listener first: it runs the script, and so uses the transport.
     void EndThreads() {
         isClosing_ = true;
+        posting_.Close();
         server_.reset();
         feed_.Close();
         if (listener_.joinable())
@@ -296,6 +308,8 @@ private:
         for (;;) {
             const auto snapshot = transport_->WaitForChange(seen, 50ms);
             seen = snapshot->number;
+            commandInput_.Poll();
+            showControl_.Poll();
             for (const std::string& line : reports_.Print())
                 if (isServed_)
                     transport_->PostMessage(line);
@@ -350,6 +364,29 @@ private:
             settings.observer = [this](const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) {
                 timeCodeRecording_->Add(bytes, count, time);
             };
+        settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
+        return settings;
+    }
+
+    static TransportCommand Command(CommandKind kind, const std::string& text = {}) {
+        TransportCommand command;
+        command.kind = kind;
+        command.text = text;
+        return command;
+    }
+
+    CommandInput::Settings CommandInputSettings(const PlayOptions& options) {
+        CommandInput::Settings settings;
+        settings.input = options.input;
+        settings.fire = [this](CommandKind kind) { posting_.Post(Command(kind)); };
+        settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
+        return settings;
+    }
+
+    ShowControl::Settings ShowControlSettings() {
+        ShowControl::Settings settings;
+        settings.go = [this](const std::string& cue) { return posting_.Post(Command(CommandKind::kGo, cue)); };
+        settings.plays = [this](const std::string& cue) { return posting_.PlaysSongOf(cue); };
         settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
         return settings;
     }
@@ -435,6 +472,9 @@ private:
     std::unique_ptr<Recording> recording_;
     std::unique_ptr<TimeCodeRecording> timeCodeRecording_;
     TimeCodeControl timeCode_;
+    InputPosting posting_;
+    CommandInput commandInput_;
+    ShowControl showControl_;
     std::mutex exceptionMutex_;
     std::string lastException_;  // guarded by exceptionMutex_
     std::atomic<bool> engineThreadIsDead_{false};

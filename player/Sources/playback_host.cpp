@@ -307,7 +307,6 @@ void PlaybackHost::FinishSong() {
         filler_.Stop();
         startTick_ = song_->startTick;
         sounding_.reset();
-        LocateTimeCode(Place());
     }
     // The last buffer has sent all notes off.
     EndNotes();
@@ -457,7 +456,7 @@ void PlaybackHost::Resend() {
 void PlaybackHost::TellPlace() {
     const bool isPlaying = IsPlaying();
     std::lock_guard lock(songMutex_);
-    if (song_ && !isPlaying)
+    if (song_ && (!isPlaying || isCountingIn_))
         LocateTimeCode(Place());
 }
 

@@ -97,6 +97,22 @@ void TakeState(const Json& json, ScreenModel& model) {
     Get(ObjectOf(json, "device"), "state", model.deviceState);
     Get(ObjectOf(json, "timeCode"), "state", model.timeCodeState);
     Get(ObjectOf(json, "timeCode"), "rate", model.timeCodeRate);
+    const Json& input = ObjectOf(json, "commandInput");
+    Get(input, "name", model.inputName);
+    Get(input, "state", model.inputState);
+    Get(input, "onlyPresses", model.onlyPresses);
+    Get(input, "learning", model.learning);
+    model.pedals.clear();
+    for (const Json& item : ListOf(input, "commands")) {
+        ScreenModel::Pedal& pedal = model.pedals.emplace_back();
+        Get(item, "name", pedal.command);
+        Get(item, "binding", pedal.binding);
+        Get(item, "leastMilliseconds", pedal.leastMilliseconds);
+    }
+    const Json& showControl = ObjectOf(json, "showControl");
+    Get(showControl, "state", model.showControlState);
+    Get(showControl, "refused", model.showControlRefused);
+    Get(showControl, "newestRefusal", model.showControlRefusal);
 }
 
 void TakePosition(const Json& json, ScreenModel& model) {

@@ -229,6 +229,8 @@ private:
         row += messageRows;
         if (keys_.ShowsHelp())
             DrawHelp(top, row - top);
+        else if (keys_.ShowsPedals())
+            DrawPedals(top, row - top);
         DrawPrompt(row++);
         DrawKeys(row);
     }
@@ -241,6 +243,13 @@ private:
         const std::string mode = keys_.IsShowMode() ? "SHOW MODE" : "REHEARSAL";
         canvas_.Put(row, at, width, mode, ScreenText::kBold);
         at += ColumnsOf(mode) + 2;
+        if (model_.inputState == "missing")
+            at += DrawLamp(row, at, "NO PEDALS", ScreenText::kBad | ScreenText::kBold);
+        if (model_.showControlState == "on")
+            at += DrawLamp(row, at, canvas_.Either("● SC", "* SC"), ScreenText::kGood);
+        else if (model_.showControlState != "none")
+            at += DrawLamp(row, at, model_.showControlState == "off" ? "SC OFF" : "SC MISSING",
+                           ScreenText::kWarning | ScreenText::kBold);
 
         std::string device;
         unsigned style = ScreenText::kGood;
@@ -266,6 +275,11 @@ private:
         const int lampAt = width - clockColumns - deviceColumns - lampColumns;
         canvas_.Put(row, lampAt, lampColumns - 2, timeCode, isLost ? ScreenText::kBad | ScreenText::kBold : 0u);
         canvas_.Put(row, at, lampAt - at - 1, model_.showTitle);
+    }
+
+    int DrawLamp(int row, int at, const std::string& text, unsigned style) {
+        canvas_.Put(row, at, ColumnsOf(text), text, style);
+        return ColumnsOf(text) + 2;
     }
 
     void DrawBand(int row, int rows, const std::string& left, const std::string& right, unsigned style) {
@@ -509,13 +523,45 @@ private:
         }
     }
 
+    void DrawPedals(int row, int rows) {
+        for (int i = 0; i < rows; ++i)
+            canvas_.Fill(row + i, 0, frame_.columns, " ");
+        canvas_.Put(row, 2, frame_.columns - 2,
+                    "Pedals   Enter: learn   Backspace: forget   Esc: back   input: " +
+                        (model_.inputName.empty() ? "none, see :command input DEVICE" : model_.inputName) +
+                        (model_.inputState == "missing" ? " (not there)" : "") +
+                        (model_.onlyPresses ? "" : "  every value fires"));
+        // Around the chosen one, where not all have room.
+        const int count = static_cast<int>(model_.pedals.size());
+        const int chosen = std::min(static_cast<int>(keys_.GetSelectedPedal()), count - 1);
+        const int first = std::clamp(chosen - (rows - 1) / 2, 0, std::max(0, count - (rows - 1)));
+        for (int i = first; i < std::min(count, first + rows - 1); ++i) {
+            const ScreenModel::Pedal& pedal = model_.pedals[static_cast<std::size_t>(i)];
+            const unsigned style = i == chosen ? ScreenText::kBold | ScreenText::kReverse : 0u;
+            const int line = row + 1 + i - first;
+            canvas_.Put(line, 2, 18, pedal.command, style);
+            canvas_.Put(
+                line, 21, frame_.columns - 22,
+                (pedal.binding.empty() ? "-" : pedal.binding) +
+                    (pedal.leastMilliseconds == 0 ? ""
+                                                  : zell::format(", not again within %d ms", pedal.leastMilliseconds)));
+        }
+    }
+
     void DrawPrompt(int row) {
-        const std::string prompt = keys_.GetPrompt(frame_.now);
+        const std::string prompt = !model_.learning.empty()
+                                       ? "Press the pedal for " + model_.learning + " (no pedal fires meanwhile)" +
+                                             (keys_.ShowsPedals() ? ".  Any key gives up" : "")
+                                       : keys_.GetPrompt(frame_.now);
         if (!prompt.empty())
             canvas_.Put(row, 0, frame_.columns, " " + prompt + " ", ScreenText::kBold | ScreenText::kReverse);
         else if (!model_.answer.empty())
             canvas_.Put(row, 1, frame_.columns - 2, model_.answer,
                         ScreenText::kBold | (model_.answerIsRefusal ? ScreenText::kBad : 0u));
+        else if (model_.showControlRefused > 0)
+            canvas_.Put(row, 1, frame_.columns - 2,
+                        zell::format("Show control: %d refused, the newest: %s", model_.showControlRefused,
+                                     model_.showControlRefusal));
     }
 
     void DrawKeys(int row) {

@@ -1,14 +1,11 @@
 #include "player/show_commands.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <set>
 
-#include "midi/midi_time_code.h"
 #include "midi/midi_time_code_controller.h"
-#include "midi/time_code_converter.h"
 #include "player/display_text.h"
 #include "player/midi_file_import.h"
 #include "player/midi_file_reader.h"
@@ -27,9 +24,6 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kRefused = 2;
-constexpr double kSecondsPerDay = 86'400;
-// Less than anybody sees: half a quarter frame.
-constexpr double kMovedSeconds = 0.004;
 
 void Complain(const std::string& line) {
     std::fprintf(stderr, "vemo_player: %s\n", line.c_str());
@@ -85,23 +79,12 @@ FrameRate RateOf(const Show& show) {
 /// since the show was verified before is said.
 void ListSongs(const Show& show) {
     const FrameRate rate = RateOf(show);
-    const auto labelOf = [rate](double seconds) {
-        return MidiTimeCode(std::fmod(seconds, kSecondsPerDay), rate).GetAsString();
-    };
-    const auto before = ReadSongStarts(show.GetFile());
-    TimeCodeConverter axis(show.GetData());
-    SongStarts starts;
-    for (const ShowSong& song : show.GetSongs()) {
-        axis.UpdateToNewSong(song.key, song.song->song.GetResolution());
-        const double start = axis.ConvertTickIndexToSeconds(0);
-        starts[song.key] = start;
-        std::printf("%3d  %8s  starts at %s  %s\n", song.number, LengthOf(*song.song).c_str(), labelOf(start).c_str(),
-                    song.title.c_str());
-        if (before && before->contains(song.key) && std::abs(before->at(song.key) - start) > kMovedSeconds)
-            Complain("warning: '" + song.title + "' starts at " + labelOf(start) +
-                     " of the show's time code; when the show was verified before it was " +
-                     labelOf(before->at(song.key)));
-    }
+    const SongStarts starts = StartsOf(show);
+    for (const ShowSong& song : show.GetSongs())
+        std::printf("%3d  %8s  starts at %s  %s\n", song.number, LengthOf(*song.song).c_str(),
+                    LabelOf(starts.at(song.key), rate).c_str(), song.title.c_str());
+    for (const std::string& moved : DescribeMovedSongs(show, rate))
+        Complain("warning: " + moved);
     try {
         WriteSongStarts(show.GetFile(), starts);
     } catch (const std::exception& error) {

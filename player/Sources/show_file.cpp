@@ -172,6 +172,13 @@ public:
                 ReadFlag(active, show.timeCodeActive);
             });
         });
+        members.Optional("showControl", [&](const Node& node) {
+            ShowDocument::ShowControl& control = show.showControl.emplace();
+            Members controls(faults_, node);
+            controls.Required("input", [&](const Node& input) { ReadText(input, control.input); });
+            controls.Optional("deviceId", [&](const Node& id) { ReadInteger(id, 0, 111, control.deviceId); });
+            controls.Optional("cueList", [&](const Node& list) { ReadText(list, control.cueList); });
+        });
         return show;
     }
 
@@ -563,6 +570,13 @@ Json ToJson(const ShowDocument& show) {
                                                                                : "go"}});
     if (show.timeCodeActive)
         object["timeCode"] = {{"active", true}};
+    if (show.showControl) {
+        Json& control = object["showControl"] = {{"input", show.showControl->input}};
+        if (show.showControl->deviceId != 0)
+            control["deviceId"] = show.showControl->deviceId;
+        if (!show.showControl->cueList.empty())
+            control["cueList"] = show.showControl->cueList;
+    }
     return object;
 }
 

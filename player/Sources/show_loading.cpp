@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -9,6 +10,7 @@
 #include "player/display_text.h"
 #include "player/midi_file_import.h"
 #include "player/midi_file_reader.h"
+#include "player/show_file.h"
 #include "player/song_additions.h"
 #include "vemo_core/song_builder.h"
 #include "zell/format.h"
@@ -230,6 +232,32 @@ std::shared_ptr<const ImportedSong> LoadSong(const ShowDocument& document, std::
     }
 }
 
+/// What a cue of show control could mean in two ways, by JSON pointer.
+std::vector<std::string> DoubtfulCues(const std::vector<ShowSong>& songs) {
+    std::vector<std::string> faults;
+    std::map<int, std::string> numbers;
+    for (std::size_t index = 0; index < songs.size(); ++index) {
+        const ShowSong& song = songs[index];
+        const auto [first, isFirst] = numbers.try_emplace(song.number, song.title);
+        if (!isFirst)
+            faults.push_back(
+                zell::format("/songs/%u/number: %d is the number of '%s' too: show control could mean either", index,
+                             song.number, first->second));
+        if (!song.song)
+            continue;
+        std::size_t ordinal = 0;
+        for (const CL::Marker& marker : song.song->log.GetMarkers()) {
+            ++ordinal;
+            const std::string text = DisplayText(marker.value());
+            const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+            if (isNumber && text != std::to_string(ordinal))
+                faults.push_back(zell::format("/songs/%u: its marker %u is called '%s': show control could mean either",
+                                              index, ordinal, text));
+        }
+    }
+    return faults;
+}
+
 }  // namespace
 
 std::shared_ptr<const Show> LoadShow(ShowDocument document, const fs::path& file, bool allowOutside) {
@@ -252,6 +280,9 @@ std::shared_ptr<const Show> LoadShow(ShowDocument document, const fs::path& file
         if (loaded.faults.size() > 1)
             loaded.fault += zell::format(" (and %u more)", loaded.faults.size() - 1);
     }
+    if (document.showControl)
+        if (auto faults = DoubtfulCues(songs); !faults.empty())
+            throw ShowFileError(file.string(), std::move(faults));
     return std::make_shared<const Show>(std::move(document), file, std::move(songs));
 }
 

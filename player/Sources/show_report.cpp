@@ -65,6 +65,20 @@ Json TracksOf(const TransportSnapshot& snapshot, const std::vector<int>& program
     return tracks;
 }
 
+Json CommandInputOf(const CommandInput::Report& report) {
+    Json commands = Json::array();
+    for (const CommandInput::Command& command : report.commands)
+        commands.push_back(
+            {{"name", command.name}, {"binding", command.binding}, {"leastMilliseconds", command.leastInterval}});
+    return {{"name", report.input},
+            {"state", report.input.empty() ? "none"
+                      : report.isOpen      ? "on"
+                                           : "missing"},
+            {"onlyPresses", report.onlyPresses},
+            {"learning", report.learning},
+            {"commands", std::move(commands)}};
+}
+
 Json MessagesOf(const TransportSnapshot& snapshot) {
     Json messages = Json::array();
     for (const TransportSnapshot::Message& message : snapshot.messages)
@@ -127,7 +141,7 @@ std::vector<int> ShowReport::ProgramsOf(const TransportSnapshot& snapshot, const
 }
 
 std::string ShowReport::StateOf(const TransportSnapshot& snapshot, const std::optional<PlaybackRecord>& heard,
-                                const Device& device, const TimeCode& timeCode, Progress progress) {
+                                const Surroundings& surroundings) {
     Prepare(snapshot);
     Json state = {{"state", player::NameOf(snapshot.state)}, {"change", snapshot.number}};
     state["show"] = show_ ? ShowOf(*show_) : Json();
@@ -162,10 +176,15 @@ std::string ShowReport::StateOf(const TransportSnapshot& snapshot, const std::op
     state["tracks"] = TracksOf(snapshot, ProgramsOf(snapshot, heard));
     state["mutedChannels"] = snapshot.mutes;
     state["messages"] = MessagesOf(snapshot);
-    state["songsLoaded"] = progress.first;
-    state["songsToLoad"] = progress.second;
-    state["device"] = {{"name", device.name}, {"state", device.state}};
-    state["timeCode"] = {{"state", timeCode.state}, {"rate", timeCode.rate}};
+    state["songsLoaded"] = surroundings.progress.first;
+    state["songsToLoad"] = surroundings.progress.second;
+    state["device"] = {{"name", surroundings.device.name}, {"state", surroundings.device.state}};
+    state["timeCode"] = {{"state", surroundings.timeCode.state}, {"rate", surroundings.timeCode.rate}};
+    state["commandInput"] = CommandInputOf(surroundings.commandInput);
+    state["showControl"] = {{"state", surroundings.showControl.state},
+                            {"cues", surroundings.showControl.cues},
+                            {"refused", surroundings.showControl.refused},
+                            {"newestRefusal", surroundings.showControl.newestRefusal}};
     return Dump(state);
 }
 

@@ -7,7 +7,6 @@
 #include <string_view>
 #include <utility>
 
-#include "midi/vemo_midi_error.h"
 #include "player/display_text.h"
 #include "player/output_devices.h"
 #include "zell/format.h"
@@ -66,6 +65,9 @@ std::array<unsigned char, 4> TimeCodeControl::ParseLabel(const std::string& text
 void TimeCodeControl::OpenShow(const std::filesystem::path& file, bool isActive) {
     path_ = file.empty() ? file : SettingsPathFor(file);
     stored_.reset();
+    missingOutput_.clear();
+    output_ = settings_.output.empty() ? settings_.musicOutput : OutputDevices::Select(settings_.output);
+    bool canSend = true;
     FrameRate frameRate = settings_.frameRate.value_or(FrameRate::k30);
     if (!file.empty()) {
         const std::u8string path = path_.u8string();
@@ -81,23 +83,22 @@ void TimeCodeControl::OpenShow(const std::filesystem::path& file, bool isActive)
         if (frameRate != sender_.GetRate())
             sender_.ChangeFrameRate(frameRate);
     } catch (const std::invalid_argument& error) {  // the start of the show is no label of that rate
-        settings_.say(error.what());
+        canSend = false;
+        settings_.say(std::string(error.what()) + "; no time code is sent");
     }
     if (settings_.frameRate && stored_ && stored_->GetFrameRate() != *settings_.frameRate) {
         stored_->SetFrameRate(*settings_.frameRate);
         stored_->Shutdown();
     }
-    SetActive(isActive || settings_.frameRate);
+    SetActive(canSend && (isActive || settings_.frameRate));
 }
 
 /// The command line's choice goes before the stored one, and is stored.
 void TimeCodeControl::ReadOutput(const RememberedDevice& remembered) {
-    missingOutput_.clear();
     if (!settings_.output.empty()) {
         StoreOutput(output_);
         return;
     }
-    output_ = settings_.musicOutput;
     if (!stored_->GetHasOutputPortIndex())
         return;
     if (const auto index = remembered.Find(stored_->GetOutputPortIndex(), OutputDevices::GetNames())) {
@@ -126,12 +127,15 @@ void TimeCodeControl::SetFrameRate(FrameRate frameRate) {
 }
 
 void TimeCodeControl::SetOutput(const std::string& device) {
-    output_ = OutputDevices::Select(device);
+    const std::string wanted = OutputDevices::Select(device);
+    if (isActive_ && !settings_.virtualTime) {
+        sender_.SetOutputPortIndex(static_cast<unsigned int>(std::stoul(wanted)));
+        openOutput_ = wanted;
+    }
+    output_ = wanted;
     missingOutput_.clear();
     if (stored_)
         StoreOutput(output_);
-    if (isActive_)
-        OpenPort();
 }
 
 void TimeCodeControl::StoreOutput(const std::string& index) {
@@ -152,13 +156,13 @@ void TimeCodeControl::OpenPort() {
         settings_.say("time code is not sent: its output '" + missingOutput_ + "' is not there");
         return;
     }
-    if (output_ == openOutput_)
+    if (output_ == openOutput_ && sender_.IsPortWorking())
         return;
     openOutput_.clear();
     try {
         sender_.SetOutputPortIndex(static_cast<unsigned int>(std::stoul(output_)));
         openOutput_ = output_;
-    } catch (const VemoMidiError& error) {
+    } catch (const std::exception& error) {
         settings_.say(error.what());
     }
 }

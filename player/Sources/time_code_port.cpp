@@ -131,12 +131,15 @@ void TimeCodePort::Line::Run() {
             lock.unlock();
             const bool isPlayed = Play(message);
             lock.lock();
-            isFailing = !isPlayed;
+            // A device that keeps a full frame takes no other: its pieces alone are no help.
+            isFailing = !isPlayed || headerIsOut;
             lost += isPlayed ? 0u : 1u;
         }
         lock.unlock();
     } catch (const std::exception& error) {
         VemoLogException(error.what(), kSource, __LINE__);
+    } catch (...) {
+        VemoLogException("Unknown exception.", kSource, __LINE__);
     }
     // A device that still holds the full frame gives it back for this.
     if (midiOutUnprepareHeader(output, &header, sizeof(header)) == MIDIERR_STILLPLAYING) {

@@ -97,8 +97,13 @@ void TimeCodeReader::CompleteCycle(double seconds) {
     const auto rate = static_cast<FrameRate>(nibbles_[7] >> 1 & 3);
     rate_ = rate;
     const auto told = TimeOf(value(6) & 0x1F, value(4), value(2), value(0), rate);
-    if (!told)
+    if (!told) {
+        // No such label: whatever it was meant to be, the time that was running is lost.
+        whole_.reset();
+        isLocked_ = false;
+        ++jumps_;
         return;
+    }
     // The label is that of the moment of the first piece; seven quarter frames have passed.
     MidiTimeCode now = *told;
     ++now;

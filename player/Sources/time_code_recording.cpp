@@ -16,7 +16,6 @@ namespace {
 
 constexpr std::string_view kSeconds = "seconds";
 constexpr std::string_view kBytes = "bytes";
-constexpr std::size_t kUsualMessages = 1 << 16;
 
 std::string LineOf(double seconds, const std::uint8_t* bytes, std::size_t count) {
     std::string line = zell::format("{\"%s\":%.6f,\"%s\":\"", kSeconds, seconds, kBytes);
@@ -78,9 +77,7 @@ std::vector<TimeCodeMessage> ReadTimeCodeRecording(const std::filesystem::path& 
     return messages;
 }
 
-TimeCodeRecording::TimeCodeRecording(const std::filesystem::path& target) : file_(target) {
-    messages_.reserve(kUsualMessages);
-}
+TimeCodeRecording::TimeCodeRecording(const std::filesystem::path& target) : file_(target) {}
 TimeCodeRecording::~TimeCodeRecording() = default;
 
 void TimeCodeRecording::Add(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) {

@@ -4,12 +4,15 @@
 
 #include <mmsystem.h>
 
+#include <algorithm>
 #include <cmath>
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "midi/midi_time_code.h"
 #include "midi/midi_time_code_error.h"
+#include "vemo_core/exception_log.h"
 #include "zell/format.h"
 #include "zell/thread_names.h"
 
@@ -20,10 +23,11 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr double kSecondsPerDay = 86'400;
-// A place on the border of two frames comes out of its sums a hair before it as often as
-// behind, and would show as the frame before.
-constexpr double kBorderSeconds = 1e-6;
 constexpr UINT kTimerPeriodMilliseconds = 1;
+// With the first piece of the span that makes up for them three at once: receivers give up
+// on bursts.
+constexpr std::size_t kMostMadeUp = 2;
+constexpr char kSource[] = "player/Sources/time_code_sender";
 
 double SecondsOf(const std::array<unsigned char, 4>& label, FrameRate rate) {
     try {
@@ -61,16 +65,29 @@ TimeCodeSender::~TimeCodeSender() {
 void TimeCodeSender::SetOutputPortIndex(unsigned int device) {
     if (virtualTime_)
         return;
-    // The old one first: the device may be the same, and taken as long as it is open.
+    // A device that is open may be taken: the same one is closed first.
     std::unique_ptr<TimeCodePort> old;
     {
         const std::lock_guard lock(portMutex_);
-        old.swap(port_);
+        if (device_ == device)
+            old.swap(port_);
     }
     old.reset();
     auto port = std::make_unique<TimeCodePort>(device);
+    {
+        const std::lock_guard lock(portMutex_);
+        port_.swap(port);
+        device_ = device;
+    }
+    port.reset();
+    const std::lock_guard lock(mutex_);
+    SetFrameRate(rate_);
+    nextPlace_ = -1;
+}
+
+bool TimeCodeSender::IsPortWorking() const {
     const std::lock_guard lock(portMutex_);
-    port_ = std::move(port);
+    return port_ && port_->GetState() == TimeCodePort::State::kWorking;
 }
 
 void TimeCodeSender::SetActive(bool active) {
@@ -104,6 +121,7 @@ void TimeCodeSender::Play(double seconds, double nextSeconds, double clockSecond
         return;
     if (virtualTime_)
         SendDuePieces(std::chrono::duration<double>(virtualTime_()).count());
+    spanEnd_ = GetCurrentSeconds() + clockSeconds;
     SetMidiTimeCodeInterval(OnDay(seconds), OnDay(nextSeconds), clockSeconds);
 }
 
@@ -114,12 +132,23 @@ void TimeCodeSender::Locate(double seconds) {
         return;
     if (virtualTime_)
         SendDuePieces(std::chrono::duration<double>(virtualTime_()).count());
+    const std::size_t pending = CountPendingPieces();
     DropPending();
     // The pieces up to the end of the latest span would be made up for when play goes on.
-    // Where it goes on elsewhere, whoever follows must not see them.
-    if (seconds != nextPlace_)
+    // Where it goes on elsewhere, or they are too many at once, whoever follows must not
+    // see them.
+    if (seconds != nextPlace_ || pending > kMostMadeUp)
         SetFrameRate(rate_);
     SendMidiTimeCodeWithSeconds(OnDay(seconds));
+}
+
+/// Of the latest span, that have not been sent.
+std::size_t TimeCodeSender::CountPendingPieces() {
+    const std::lock_guard lock(timeCodeMutex_);
+    if (!isSendingFutureMessages_ || quarterFrameInterval_ <= 0)
+        return 0;
+    return static_cast<std::size_t>(
+        std::max(0LL, std::llround((spanEnd_ - nextQuarterFrameTime_) / quarterFrameInterval_)));
 }
 
 void TimeCodeSender::DropPending() {
@@ -137,8 +166,7 @@ TimeCodeSender::State TimeCodeSender::GetState() const {
     }
     if (virtualTime_)
         return State::kOn;
-    const std::lock_guard lock(portMutex_);
-    return port_ && port_->GetState() == TimeCodePort::State::kWorking ? State::kOn : State::kLost;
+    return IsPortWorking() ? State::kOn : State::kLost;
 }
 
 std::string TimeCodeSender::GetLabel() const {
@@ -161,8 +189,12 @@ void TimeCodeSender::SendFullFrameMessage(FullFrameMessage message) {
 }
 
 void TimeCodeSender::Send(const std::uint8_t* bytes, std::size_t count) {
-    if (observer_)
-        observer_(bytes, count, std::chrono::nanoseconds(std::llround(GetCurrentSeconds() * 1e9)));
+    try {
+        if (observer_)
+            observer_(bytes, count, std::chrono::nanoseconds(std::llround(GetCurrentSeconds() * 1e9)));
+    } catch (const std::exception& error) {
+        VemoLogException(error.what(), kSource, __LINE__);
+    }
     const std::lock_guard lock(portMutex_);
     if (port_)
         port_->Send(bytes, count);

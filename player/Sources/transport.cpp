@@ -8,6 +8,7 @@
 
 #include "player/show_file.h"
 #include "player/show_loading.h"
+#include "player/song_starts.h"
 #include "zell/thread_names.h"
 
 namespace player {
@@ -59,6 +60,8 @@ Transport::Transport(const Settings& settings, CurrentShow& currentShow, Playbac
       goesOn_(settings.goesOn),
       allowOutside_(settings.allowOutside),
       timeCode_(settings.timeCode),
+      commandInput_(settings.commandInput),
+      showControl_(settings.showControl),
       snapshot_(std::make_shared<TransportSnapshot>()),
       alwaysMuted_(settings.mutedChannels),
       holds_(settings.holds),
@@ -253,6 +256,7 @@ CommandAnswer Transport::Execute(const TransportCommand& command) {
             return Done();
         case Kind::kPanic: host_.Panic(); return Done();
         case Kind::kSelect:
+        case Kind::kGo:
         case Kind::kNextSong:
         case Kind::kPreviousSong:
         case Kind::kSave:
@@ -291,6 +295,17 @@ CommandAnswer Transport::ExecuteSteering(const TransportCommand& command) {
         case Kind::kTimeCode:
         case Kind::kTimeCodeRate:
         case Kind::kTimeCodeOutput: return ExecuteTimeCode(command);
+        case Kind::kLearn:
+        case Kind::kUnlearn:
+        case Kind::kGiveUpLearning:
+        case Kind::kCommandInput:
+        case Kind::kOnlyPresses:
+        case Kind::kLeastInterval: return ExecuteInput(command);
+        case Kind::kShowControl:
+            if (!showControl_)
+                return Refused("no show control is to be had here");
+            showControl_->SetArmed(command.value != 0);
+            return Done();
         case Kind::kConduct: return Refused("beats cannot be conducted: the clock runs by itself");
         default: return Refused("not understood");
     }
@@ -304,6 +319,7 @@ CommandAnswer Transport::ExecuteInShow(const TransportCommand& command) {
         case Kind::kNextSong: return GoToEntry(true);
         case Kind::kPreviousSong: return GoToEntry(false);
         case Kind::kSave: return Save();
+        case Kind::kGo: return Go(command.text);
         default: return EditSetList(command);
     }
 }
@@ -323,6 +339,20 @@ CommandAnswer Transport::ExecuteTimeCode(const TransportCommand& command) {
     return Done();
 }
 
+CommandAnswer Transport::ExecuteInput(const TransportCommand& command) {
+    if (!commandInput_)
+        return Refused("no MIDI input is to be had here");
+    switch (command.kind) {
+        case Kind::kLearn: return Done(commandInput_->Learn(command.text));
+        case Kind::kUnlearn: commandInput_->Unlearn(command.text); break;
+        case Kind::kGiveUpLearning: commandInput_->GiveUp(); break;
+        case Kind::kCommandInput: commandInput_->SetInput(command.text); break;
+        case Kind::kOnlyPresses: commandInput_->SetOnlyPresses(command.value != 0); break;
+        default: commandInput_->SetLeastInterval(command.text, std::chrono::milliseconds(command.number)); break;
+    }
+    return Done();
+}
+
 // ---- shows and songs
 
 void Transport::OpenShow(std::shared_ptr<const Show> show) {
@@ -332,6 +362,13 @@ void Transport::OpenShow(std::shared_ptr<const Show> show) {
     const ShowDocument& document = show_->GetDocument();
     if (timeCode_)
         timeCode_->OpenShow(show_->GetFile(), document.timeCodeActive);
+    if (timeCode_ && timeCode_->IsActive())
+        for (const std::string& moved : DescribeMovedSongs(*show_, timeCode_->GetSender().GetRate()))
+            Say(moved);
+    if (commandInput_)
+        commandInput_->OpenShow(show_->GetFile(), document.kind);
+    if (showControl_)
+        showControl_->OpenShow(document.showControl, commandInput_ ? commandInput_->GetReport().input : std::string());
     setList_.clear();
     for (const ShowDocument::SetListEntry& entry : document.setList)
         setList_.push_back({show_->IndexOf(entry.song), entry.then, ++entryIds_});
@@ -537,6 +574,18 @@ CommandAnswer Transport::SelectSong(const std::string& name) {
     StopIfSounding();
     LoadSong(song, entry);
     return Done();
+}
+
+CommandAnswer Transport::Go(const std::string& cue) {
+    if (cue.empty())
+        return state_ == State::kPlaying ? Refused("the music plays already") : Start();
+    const auto [song, marker] = show_->FindCue(cue);
+    const CommandAnswer selected = SelectSong(show_->GetSongs()[song].key);
+    if (!selected.done)
+        return selected;
+    if (marker)
+        LocateTo(*marker);
+    return Start();
 }
 
 CommandAnswer Transport::GoToEntry(bool forward) {
@@ -792,6 +841,7 @@ void Transport::SongStopped(std::uint64_t arming) {
     host_.FinishSong();
     PublishEnd();
     if (!fault.empty()) {
+        host_.TellPlace();
         Fail("the song broke off: " + fault);
         return;
     }
@@ -799,10 +849,12 @@ void Transport::SongStopped(std::uint64_t arming) {
     const auto next = entry_ ? NextPlayable(entry_, true) : std::nullopt;
     if (!next) {
         state_ = entry_ ? State::kEnded : State::kStopped;
+        host_.TellPlace();
         return;
     }
     if (then == AfterSong::kStop && !goesOn_) {
         state_ = State::kStopped;
+        host_.TellPlace();
         return;
     }
     LoadSong(setList_[*next].song, next);

@@ -37,6 +37,9 @@ std::string_view NameOf(Argument argument) {
     switch (argument) {
         case Argument::kPath: return "FILE";
         case Argument::kDevice: return "DEVICE";
+        case Argument::kCue: return "[CUE]";
+        case Argument::kLearnable: return "COMMAND";
+        case Argument::kMilliseconds: return "MILLISECONDS";
         case Argument::kSong: return "SONG";
         case Argument::kBarBeat: return "BAR[:BEAT]";
         case Argument::kFactor: return "X";
@@ -58,7 +61,10 @@ void Understand(Argument argument, const std::string& text, bool isFirst, Transp
     switch (argument) {
         case Argument::kPath:
         case Argument::kDevice:
+        case Argument::kCue:
+        case Argument::kLearnable:
         case Argument::kSong: command.text = text; break;
+        case Argument::kMilliseconds: number = ParseInteger(text, 0, 60'000, "time"); break;
         case Argument::kFrameRate:
             TimeCodeControl::ParseFrameRate(text);
             command.text = text;
@@ -155,6 +161,22 @@ std::span<const CommandRow> CommandTable() {
         {Kind::kTimeCode, "time code", {Argument::kSwitch}, withShow, "send MIDI Time Code"},
         {Kind::kTimeCodeRate, "time code rate", {Argument::kFrameRate}, withShow, "its frame rate"},
         {Kind::kTimeCodeOutput, "time code output", {Argument::kDevice}, withShow, "the output that it leaves on"},
+        {Kind::kGo, "go", {Argument::kCue}, withShow, "play a cue of show control, or what is selected"},
+        {Kind::kShowControl, "show control", {Argument::kSwitch}, withShow, "obey show control"},
+        {Kind::kLearn, "learn", {Argument::kLearnable}, withShow, "have the next pedal or key drive a command"},
+        {Kind::kUnlearn, "unlearn", {Argument::kLearnable}, withShow, "forget the pedal of a command"},
+        {Kind::kGiveUpLearning, "give up learning", {}, withShow, "wait for no pedal any more"},
+        {Kind::kCommandInput, "command input", {Argument::kDevice}, withShow, "the input of pedals and keys"},
+        {Kind::kOnlyPresses,
+         "only presses",
+         {Argument::kSwitch},
+         withShow,
+         "a controller of that input fires only as it rises to 64"},
+        {Kind::kLeastInterval,
+         "least interval",
+         {Argument::kMilliseconds, Argument::kLearnable},
+         withShow,
+         "so long a pedal does not fire its command again"},
         {Kind::kResend, "resend", {}, always, "send the device its whole state again"},
         {Kind::kPanic, "panic", {}, always, "silence the device at once"},
         {Kind::kSave, "save", {}, withShow, "write trims and mutes into the show file"},
@@ -203,14 +225,21 @@ TransportCommand ParseCommand(std::string_view text) {
     command.kind = row->kind;
     const auto nameWords = static_cast<std::size_t>(1 + std::count(row->name.begin(), row->name.end(), ' '));
     std::vector<std::string> arguments(words.begin() + static_cast<std::ptrdiff_t>(nameWords), words.end());
-    const bool takesLine = !row->arguments.empty() &&
-                           (row->arguments.front() == Argument::kPath || row->arguments.front() == Argument::kDevice);
-    if (takesLine && !arguments.empty()) {
+    const auto takesLine = [](Argument argument) {
+        return argument == Argument::kPath || argument == Argument::kDevice || argument == Argument::kLearnable;
+    };
+    if (const std::size_t last = row->arguments.size() - 1;
+        !row->arguments.empty() && takesLine(row->arguments[last]) && arguments.size() > last) {
         // A file's name may hold blanks.
-        const auto at = text.find(arguments.front(), text.find(words[nameWords - 1]) + words[nameWords - 1].size());
-        arguments = {std::string(text.substr(at, text.find_last_not_of(" \t\r\n") + 1 - at))};
+        std::size_t at = 0;
+        for (const std::string& word : std::span(words).first(nameWords + last))
+            at = text.find(word, at) + word.size();
+        at = text.find(words[nameWords + last], at);
+        arguments.resize(last);
+        arguments.emplace_back(text.substr(at, text.find_last_not_of(" \t\r\n") + 1 - at));
     }
-    if (arguments.size() != row->arguments.size())
+    const bool mayBeAlone = row->kind == CommandKind::kGo && arguments.empty();
+    if (arguments.size() != row->arguments.size() && !mayBeAlone)
         throw std::invalid_argument("the command is: " + row->Usage());
     for (std::size_t i = 0; i < arguments.size(); ++i)
         Understand(row->arguments[i], arguments[i], i == 0, command);

@@ -2,11 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -14,6 +12,7 @@
 #include <vector>
 
 #include "tests/midi/console_capture.h"
+#include "tests/midi/full_disk.h"
 #include "tests/player/temporary_folder.h"
 #include "vemo_core/gui_dispatcher.h"
 
@@ -42,28 +41,6 @@ public:
     Display& operator=(const Display&) = delete;
 
     std::vector<std::string> told;
-};
-
-/// While it lives no file grows beyond its first ten bytes, as on a disk that has
-/// just run full.
-class FullDisk {
-public:
-    FullDisk() : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        rlimit limit = before_;
-        limit.rlim_cur = 10;
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FullDisk() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
-private:
-    void (*handler_)(int);
-    rlimit before_{};
 };
 
 class MidiTimeCodeSettings : public testing::Test {

@@ -109,7 +109,7 @@ TEST(ShowFile, EveryFaultIsNamedAtOnceWithItsPlaceItsValueAndWhatIsAllowed) {
             "/timeCode: 1 is refused: allowed is an object: {...}",
             std::string(
                 "/titel: \"T\" stands under an unknown name: the nearest known is \"title\" of \"title\", \"kind\", "
-                "\"groups\", \"trims\", \"mutes\", \"songs\", \"setList\", \"timeCode\""),
+                "\"groups\", \"trims\", \"mutes\", \"songs\", \"setList\", \"timeCode\", \"showControl\""),
         }));
     try {
         ParseShowFile(WithSong("\"number\": 0, \"title\": 1"), "shows/a.json");

@@ -193,6 +193,41 @@ TEST_F(ShowLoading, AShowWithABrokenSongLoadsWithTheOthers) {
     EXPECT_EQ(show->GetSongs()[3].number, 4);
 }
 
+TEST_F(ShowLoading, ACueIsASongOfThatNumberElseAMarkerOfOne) {
+    const auto show = player::LoadShow(player::ParseShowFile(
+                                           R"({"title": "T", "kind": "programs", "showControl": {"input": "Desk"},
+            "songs": [{"key": "a", "file": "a.mid", "number": 7}, {"key": "b", "file": "missing.mid"},
+                      {"key": "c", "file": "a.mid", "number": 1,
+                       "markers": [{"at": 0, "text": "1"}, {"at": 96, "text": "Verse"}]}]})",
+                                           ""),
+                                       folder_ / "s.json", false);
+    using Cue = std::pair<std::size_t, std::optional<std::uint32_t>>;
+    EXPECT_EQ(show->FindCue("7"), Cue(0, std::nullopt));
+    EXPECT_EQ(show->FindCue("2"), Cue(1, std::nullopt));
+    EXPECT_EQ(show->FindCue("7.2"), Cue(0, 768));
+    EXPECT_EQ(show->FindCue("1.2"), Cue(2, 96));
+    for (const char* cue : {"", "3", "07", "7.", "7.0", "7.3", "7.2.1", "7.2x", "2.1", ".1", "7.18446744073709551617"})
+        EXPECT_THROW(show->FindCue(cue), std::invalid_argument) << cue;
+}
+
+TEST_F(ShowLoading, ADoubtfulCueIsRefusedWhereADeskIsObeyed) {
+    const std::string songs = R"(T", "kind": "programs", "songs": [{"key": "a", "file": "a.mid", "number": 2},
+        {"key": "b", "file": "a.mid", "markers": [{"at": 0, "text": "One"}, {"at": 96, "text": "3"}]}])";
+    const auto load = [&](const std::string& more) {
+        return player::LoadShow(player::ParseShowFile(R"({"title": ")" + songs + more + "}", ""), folder_ / "s.json",
+                                false);
+    };
+    EXPECT_EQ(load("")->GetSongs()[1].number, 2);
+    try {
+        load(R"(, "showControl": {"input": "Desk"})");
+        FAIL() << "it was loaded";
+    } catch (const player::ShowFileError& error) {
+        EXPECT_EQ(error.GetFaults(),
+                  (Lines{"/songs/1/number: 2 is the number of 'Eight Bars' too: show control could mean either",
+                         "/songs/1: its marker 2 is called '3': show control could mean either"}));
+    }
+}
+
 TEST_F(ShowLoading, SongsStayBelowTheFolderUnlessTheOperatorSaysOtherwise) {
     const TemporaryFolder elsewhere;
     elsewhere.Put("b.mid", SongBytes());

@@ -69,7 +69,7 @@ TEST(ShowReport, ATrackHasTheProgramThatIsInForceAtThePlace) {
         EXPECT_THAT(report.ProgramsOf(snapshot, Heard(2, row.tick)), ElementsAre(row.program, 8)) << row.tick;
         snapshot.tick = row.tick;
         EXPECT_THAT(report.ProgramsOf(snapshot, std::nullopt), ElementsAre(row.program, 8)) << row.tick;
-        const Json state = Json::parse(report.StateOf(snapshot, std::nullopt, {}, {}, {3, 3}));
+        const Json state = Json::parse(report.StateOf(snapshot, std::nullopt, {{}, {}, {}, {}, {3, 3}}));
         EXPECT_EQ(state["tracks"][0]["program"], row.program) << row.tick;
     }
     snapshot.tick = 0;

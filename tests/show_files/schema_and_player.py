@@ -29,6 +29,8 @@ SMALLEST = {"title": "Small", "kind": "programs", "songs": [{"key": "bow", "file
 GOOD = [
     ("evening", {}),
     ("band", {}),
+    ("band", {"showControl": {"input": "Desk"}}),
+    ("evening", {"showControl": {"input": "Desk", "deviceId": 111, "cueList": "2"}}),
     ("evening", {"setList": GONE, "timeCode": GONE}),
     ("evening", {"mutes": [1, 16], "songs/0/countInBars": 8, "songs/0/number": 999999, "songs/4/clickTrack": {}}),
     ("evening", {"songs/0/markers": [{"at": 0, "text": "Größe \u2665"}], "songs/0/pages": [], "songs/0/pauses": [1]}),
@@ -56,7 +58,7 @@ BAD_VALUES = {
         "timeCode/active": [GONE, 1], "trims": [{}], "groups": [[]], "songs/0/tempoScale": [[]],
         "songs/0/markers/0/colour": [1], "songs/1/tracks/3/colour": [1], "songs/1/patches/0/colour": [1],
         "songs/1/tempoScales/0/colour": [1], "songs/0/clickTrack/colour": [1], "setList/0/colour": [1],
-        "timeCode/colour": [1],
+        "timeCode/colour": [1], "showControl": [True],
     },
     "band": {
         "trims/3": [128], "trims/0": [100], "trims/a~1b": [100], "groups/0/number": [0, 256],
@@ -70,6 +72,10 @@ BAD = [
     ("evening", {"songs": [], "setList": GONE}, "/songs"),
     ("evening", {"mutes": [3, 3]}, "/mutes/1"),
     ("evening", {"mutes": [0]}, "/mutes/0"),
+    ("evening", {"showControl": {}}, "/showControl/input"),
+    ("evening", {"showControl": {"input": ""}}, "/showControl/input"),
+    ("evening", {"showControl": {"input": "Desk", "deviceId": 112}}, "/showControl/deviceId"),
+    ("evening", {"showControl": {"input": "Desk", "colour": 1}}, "/showControl/colour"),
     ("band", {"groups/0/channels": [2, 2]}, "/groups/0/channels/1"),
     ("band", {"songs/0/tracks/2/range": [0, 255]}, "/songs/0/tracks/2/range/1"),
 ]
@@ -87,13 +93,15 @@ REFUSED_BY_THE_PLAYER = [
     ("evening", {"songs/0/clickTrack/channel": 3}, "/songs/0/clickTrack/channel"),
     ("evening", {"songs/0/tracks": {"5": {}}}, "/songs/0/tracks/5"),
     ("evening", {"songs/0/file": "missing.mid"}, "/songs/0/file"),
+    ("evening", {"showControl": {"input": "Desk"}, "songs/3/number": 1}, "/songs/3/number"),
     ("evening", {"songs/0/file": "../outside.mid"}, "/songs/0/file"),
 ]
 BEYOND_THE_SCHEMA = [
     "has it already", "are the keys of the songs", "is a place behind the start", "is no overlap with",
     "are the lowest and the highest note", "are the beats of the song", "to the song's end", "may overlap another",
     "allowed are ticks after its start", "are places behind the start of the song", "no track of the song plays",
-    "are paths to below the folder", "cannot be opened", "it is a folder", "a MIDI clock of its meter", "nonsense.mid"
+    "are paths to below the folder", "cannot be opened", "it is a folder", "a MIDI clock of its meter", "nonsense.mid",
+    "show control could mean either"
 ]
 RANDOM_VALUES = [None, True, 0, 1, 2, 9, 64, 128, -1, 0.5, 1.25, 1e9, "", "1", "3", "2:2", "9:1", "99", "stop", "go",
                  "bow", "market", "programs", "ranges", "nonsense.mid", [], [1], [36, 96], ["2"], {}, {"1": 1},

@@ -1,6 +1,7 @@
 #include "vemo_core/gui_dispatcher.h"
 
 #include <exception>
+#include <type_traits>
 #include <utility>
 
 #include "vemo_core/exception_log.h"
@@ -9,12 +10,12 @@ namespace notify {
 
 namespace {
 
-template <class Value>
-void Send(const std::function<void(Value)>& receive, Value value) {
+template <class... Values>
+void Send(const std::function<void(Values...)>& receive, std::type_identity_t<Values>... values) {
     if (!receive)
         return;
     try {
-        receive(value);
+        receive(values...);
     } catch (const std::exception& error) {
         VemoLogException(error.what(), "vemo_core/Sources/gui_dispatcher", __LINE__);
     } catch (...) {
@@ -38,7 +39,7 @@ void GuiDispatcher::SendGuiDelayMessage(int milliseconds) {
 }
 
 void GuiDispatcher::SendMidiClockDebugMessage(const std::string& text) {
-    Send<const std::string&>(Current()->midiClockDebug, text);
+    Send(Current()->midiClockDebug, text);
 }
 
 void GuiDispatcher::SendMtcActiveStateNotification(bool isActive) {
@@ -46,11 +47,27 @@ void GuiDispatcher::SendMtcActiveStateNotification(bool isActive) {
 }
 
 void GuiDispatcher::SendMtcFrameRateNotification(const std::string& name) {
-    Send<const std::string&>(Current()->mtcFrameRate, name);
+    Send(Current()->mtcFrameRate, name);
 }
 
 void GuiDispatcher::SendMtcOutputPortNotification(unsigned int portIndex) {
     Send(Current()->mtcOutputPort, portIndex);
+}
+
+void GuiDispatcher::SendMidiNotification() {
+    Send(Current()->midiActivity);
+}
+
+void GuiDispatcher::SendLearnedMIDICommand(unsigned int command) {
+    Send(Current()->learnedMidiCommand, command);
+}
+
+void GuiDispatcher::SendMidiCommandCanceled(unsigned int commandId) {
+    Send(Current()->midiCommandCanceled, commandId);
+}
+
+void GuiDispatcher::SendSourceConnected(unsigned int sourceIndex) {
+    Send(Current()->sourceConnected, sourceIndex);
 }
 
 std::shared_ptr<const GuiDispatcher::Receiver> GuiDispatcher::Current() {

@@ -1,21 +1,10 @@
 #include "midi/win32/device_diagnostics.h"
 
-#include <cstddef>
 #include <iterator>
 #include <sstream>
 
+#include "midi/Sources/win32/narrow_text.h"
 #include "zell/format.h"
-
-namespace {
-
-std::string Narrow(const WCHAR* text, std::size_t length) {
-    std::string narrowed;
-    for (std::size_t i = 0; i < length && text[i] != 0; ++i)
-        narrowed += static_cast<char>(text[i] & 0xFF);
-    return narrowed;
-}
-
-}  // namespace
 
 std::string GetMidiErrorAsString(unsigned int code) {
     switch (code) {
@@ -56,7 +45,7 @@ std::string GetMidiOutErrorText(unsigned int code) {
     WCHAR text[256] = {};
     const MMRESULT result = midiOutGetErrorTextW(code, text, static_cast<UINT>(std::size(text)));
     switch (result) {
-        case MMSYSERR_NOERROR: return Narrow(text, std::size(text));
+        case MMSYSERR_NOERROR: return NarrowText(text, std::size(text));
         case MMSYSERR_BADERRNUM: return zell::format("MMSYSERR_BADERRNUM: Unknown error %d", code);
         case MMSYSERR_INVALPARAM: return "midiOutGetErrorText MMSYSERR_INVALPARAM";
         default: return zell::format("midiOutGetErrorText: Unknown error %d", code);
@@ -77,7 +66,7 @@ std::string GetTechnologyAsString(const MIDIOUTCAPSW& capabilities) {
 }
 
 std::string GetProductName(const MIDIOUTCAPSW& capabilities) {
-    return Narrow(capabilities.szPname, std::size(capabilities.szPname));
+    return NarrowText(capabilities.szPname, std::size(capabilities.szPname));
 }
 
 std::string GetMidiOutDevCapsAsString(const MIDIOUTCAPSW& capabilities) {

@@ -481,15 +481,10 @@ private:
         const auto snapshot = transport_.GetSnapshot();
         Listen(*snapshot);
         const bool plays = snapshot->state == TransportState::kPlaying;
-        const ShowReport::Device device = GetDevice();
-        const ShowReport::TimeCode timeCode = GetTimeCode();
-        // The transport publishes what a command led to; songs load in between.
-        const ShowReport::Progress progress = transport_.GetHost().GetLoadProgress();
-        bool changed = std::exchange(toldNumber_, snapshot->number) != snapshot->number || device != toldDevice_ ||
-                       progress != toldProgress_ || timeCode != toldTimeCode_;
-        toldDevice_ = device;
-        toldTimeCode_ = timeCode;
-        toldProgress_ = progress;
+        // The transport publishes what a command led to; the rest changes by itself.
+        ShowReport::Surroundings surroundings = GetSurroundings();
+        bool changed = std::exchange(toldNumber_, snapshot->number) != snapshot->number || surroundings != told_;
+        told_ = std::move(surroundings);
         if (!IsWatched())
             return;
         const auto& heard = position_.Get();
@@ -505,8 +500,7 @@ private:
         changed = changed || programs != toldPrograms_;
         toldPrograms_ = std::move(programs);
         if (changed)
-            Tell("{\"event\":\"state\",\"state\":" +
-                 report_.StateOf(*snapshot, Heard(*snapshot), device, timeCode, progress) + "}");
+            Tell("{\"event\":\"state\",\"state\":" + report_.StateOf(*snapshot, Heard(*snapshot), told_) + "}");
         latestPosition_ = SteadyClock();
         toldBeat_ = plays ? heard : std::nullopt;
         std::string position = PositionAsJson();
@@ -525,8 +519,7 @@ private:
 
     std::string StateAsJson() {
         const auto snapshot = transport_.GetSnapshot();
-        return report_.StateOf(*snapshot, Heard(*snapshot), GetDevice(), GetTimeCode(),
-                               transport_.GetHost().GetLoadProgress());
+        return report_.StateOf(*snapshot, Heard(*snapshot), GetSurroundings());
     }
 
     /// Nothing unless music is heard.
@@ -544,6 +537,13 @@ private:
                                       ? settings_.activity->GetActive(transport_.GetHost().GetTime(), kActivityTime)
                                       : std::vector<int>(),
                                   GetTimeCodeLabel());
+    }
+
+    ShowReport::Surroundings GetSurroundings() {
+        const CommandInput* const commandInput = transport_.GetCommandInput();
+        const ShowControl* const showControl = transport_.GetShowControl();
+        return {GetDevice(), GetTimeCode(), commandInput ? commandInput->GetReport() : CommandInput::Report(),
+                showControl ? showControl->GetReport() : ShowControl::Report(), transport_.GetHost().GetLoadProgress()};
     }
 
     ShowReport::TimeCode GetTimeCode() const {
@@ -589,9 +589,7 @@ private:
     HeardPosition position_;
     ShowReport report_;
     std::uint64_t toldNumber_ = 0;
-    ShowReport::Device toldDevice_;
-    ShowReport::TimeCode toldTimeCode_;
-    ShowReport::Progress toldProgress_{0, 0};
+    ShowReport::Surroundings told_;
     std::vector<int> toldPrograms_;
     std::optional<PlaybackRecord> toldBeat_;
     std::string toldPosition_;

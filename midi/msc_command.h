@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+
+/// The commands of MIDI Show Control 1.1.
+enum class MscCommand : std::uint8_t {
+    kGo = 0x01,
+    kStop = 0x02,
+    kResume = 0x03,
+    kTimedGo = 0x04,
+    kLoad = 0x05,
+    kSet = 0x06,
+    kFire = 0x07,
+    kAllOff = 0x08,
+    kRestore = 0x09,
+    kReset = 0x0A,
+    kGoOff = 0x0B,
+    kGoJamClock = 0x10,
+    kStandbyPlus = 0x11,
+    kStandbyMinus = 0x12,
+    kSequencePlus = 0x13,
+    kSequenceMinus = 0x14,
+    kStartClock = 0x15,
+    kStopClock = 0x16,
+    kZeroClock = 0x17,
+    kSetClock = 0x18,
+    kMtcChaseOn = 0x19,
+    kMtcChaseOff = 0x1A,
+    kOpenCueList = 0x1B,
+    kCloseCueList = 0x1C,
+    kOpenCuePath = 0x1D,
+    kCloseCuePath = 0x1E,
+    kTwoPhaseStandby = 0x20,
+    kTwoPhaseStandingBy = 0x21,
+    kTwoPhaseGo = 0x22,
+    kTwoPhaseComplete = 0x23,
+    kTwoPhaseCancel = 0x24,
+    kTwoPhaseCancelled = 0x25,
+    kTwoPhaseAbort = 0x26,
+};

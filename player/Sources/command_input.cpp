@@ -1,0 +1,518 @@
+#include "player/command_input.h"
+
+#include <algorithm>
+#include <cctype>
+#include <exception>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "player/atomic_file.h"
+#include "player/display_text.h"
+#include "player/midi_input.h"
+#include "vemo_core/callback_dispatcher.h"
+#include "zell/format.h"
+
+namespace player {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using CommandNames = std::map<unsigned char, std::string>;
+
+constexpr auto kBetweenLooks = 1s;
+constexpr unsigned char kPressed = 64;
+// A note that no controller can send: data bytes end at 127.
+constexpr MIDIMessage kNobodysMessage = {0x90, 0xFF, 0x01};
+// The engine's settings file: a text with its length, the mode of the source, its index.
+constexpr std::string_view kHeader = "\x14MidiCommandsSettings";
+constexpr std::size_t kSourceBytes = 5;
+constexpr char kNoSource = 0;
+constexpr char kConnectedSource = 1;
+
+struct Obeyed {
+    unsigned char id;
+    std::string_view notification;
+    CommandKind kind;
+};
+constexpr Obeyed kObeyed[] = {
+    {0, notify::names::midiCommandConductBeat, CommandKind::kConduct},
+    {1, notify::names::midiCommandContinuousMode, CommandKind::kContinue},
+    {2, notify::names::midiCommandPlay, CommandKind::kPlay},
+    {3, notify::names::midiCommandPause, CommandKind::kPause},
+    {4, notify::names::midiCommandStop, CommandKind::kStop},
+    {5, notify::names::midiCommandNextSong, CommandKind::kNextSong},
+    {6, notify::names::midiCommandPreviousSong, CommandKind::kPreviousSong},
+    {7, notify::names::midiCommandNextMarker, CommandKind::kNextMarker},
+    {8, notify::names::midiCommandPreviousMarker, CommandKind::kPreviousMarker},
+    {9, notify::names::midiCommandContinue, CommandKind::kContinue},
+    {10, notify::names::midiCommandNextPatch, CommandKind::kNextPatch},
+    {11, notify::names::midiCommandPreviousPatch, CommandKind::kPreviousPatch},
+};
+
+const CommandNames& NamesOf(ShowKind kind) {
+    return kind == ShowKind::kRanges ? midi_commands::ambrelCommandNames : midi_commands::commandNames;
+}
+
+/// "Next Song" as it may be typed: "next song", "nextsong".
+std::string Typed(const std::string& name) {
+    std::string typed;
+    for (const char character : name)
+        if (character != ' ')
+            typed += static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+    return typed;
+}
+
+std::string TextOf(const midi_commands::LearnedCommand& learned) {
+    const char* const what = learned.status == 0x90   ? "note"
+                             : learned.status == 0xB0 ? "controller"
+                             : learned.status == 0xC0 ? "program"
+                                                      : "message";
+    return zell::format("%s %d, channel %d", what, learned.data1 + (learned.status == 0xC0 ? 1 : 0),
+                        learned.channel + 1);
+}
+
+/// As the engine writes it.
+std::string SettingsOf(const std::map<unsigned char, midi_commands::LearnedCommand>& learned,
+                       std::optional<unsigned char> source) {
+    std::string text(kHeader);
+    text += source ? kConnectedSource : kNoSource;
+    text += static_cast<char>(source.value_or(0));
+    text.append(3, '\0');
+    text += static_cast<char>(learned.size() & 0xFF);
+    text += static_cast<char>(learned.size() >> 8);
+    for (const auto& [id, command] : learned)
+        for (const unsigned char byte : {command.commandId, command.status, command.channel, command.data1})
+            text += static_cast<char>(byte);
+    return text;
+}
+
+/// Whether the engine can read it, and every record is of a command that there is.
+bool IsWhole(const std::string& text) {
+    constexpr std::size_t kRecords = kHeader.size() + kSourceBytes + 2;
+    constexpr std::size_t kRecordBytes = 4;
+    if (!text.starts_with(kHeader) || text.size() < kRecords)
+        return false;
+    const auto byteAt = [&text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+    const std::size_t count = byteAt(kRecords - 2) + byteAt(kRecords - 1) * 256u;
+    if (text.size() < kRecords + kRecordBytes * count)
+        return false;
+    for (std::size_t i = 0; i < count; ++i)
+        if (!midi_commands::commandIds.contains(byteAt(kRecords + kRecordBytes * i)))
+            return false;
+    return true;
+}
+
+fs::path PedalsPathOf(const fs::path& settings) {
+    fs::path path = settings;
+    path += ".pedals";
+    return path;
+}
+
+std::string ReadText(const fs::path& path) {
+    std::ifstream input(path, std::ios::binary);
+    std::ostringstream text;
+    text << input.rdbuf();
+    return text.str();
+}
+
+void WriteText(const fs::path& path, const std::string& text) {
+    AtomicFile file(path);
+    file.Write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+    file.Commit();
+}
+
+}  // namespace
+
+CommandInput::CommandInput(Settings settings) : settings_(std::move(settings)) {
+    for (const Obeyed& obeyed : kObeyed)
+        notify::callbackDispatcher.AddCallback(obeyed.notification, this,
+                                               [this, id = obeyed.id](const void*) { Fire(id); });
+    notify::callbackDispatcher.AddCallback(notify::names::midiCommandLearned, this,
+                                           [this](const void*) { isAnswered_ = true; });
+}
+
+CommandInput::~CommandInput() {
+    {
+        const std::lock_guard lock(mutex_);
+        Close();
+    }
+    notify::callbackDispatcher.RemoveCallbacksForTarget(this);
+}
+
+fs::path CommandInput::SettingsPathFor(const fs::path& showFile) {
+    fs::path path = showFile;
+    path += ".commands";
+    return path;
+}
+
+void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
+    const std::lock_guard lock(mutex_);
+    Close();
+    kind_ = kind;
+    path_ = file.empty() ? file : SettingsPathFor(file);
+    pedals_ = {};
+    pedalsAreBroken_ = false;
+    if (path_.empty()) {
+        if (!settings_.input.empty())
+            settings_.say("learned commands belong to a show file, and here is none");
+        Publish();
+        return;
+    }
+    try {
+        pedals_ = PedalSettings::Read(PedalsPathOf(path_)).value_or(PedalSettings());
+    } catch (const std::invalid_argument& error) {
+        pedalsAreBroken_ = true;
+        settings_.say(std::string(error.what()) + "; it is left as it is");
+    }
+    if (!settings_.input.empty()) {
+        try {
+            const std::vector<std::string> names = MidiInput::GetNames();
+            pedals_.input = names.at(MidiInput::Select(settings_.input));
+        } catch (const std::invalid_argument& error) {
+            settings_.say(error.what());
+        }
+    }
+    PrepareSettingsFile();
+    onlyPresses_ = !pedals_.everyValueOf.contains(pedals_.input);
+    dispatcher_ = std::make_unique<MidiMessageDispatcher>();
+    dispatcher_->SetInputFilter([this](const MIDIMessage& message) { return Passes(message); });
+    const std::u8string path = path_.u8string();
+    commands_ = std::make_unique<midi_commands::MidiCommands>(*dispatcher_, std::string(path.begin(), path.end()));
+    isConnected_ = commands_->HasMidiSource();
+    written_ = ReadText(path_);
+    {
+        const std::lock_guard firing(firingMutex_);
+        for (const auto& [name, interval] : pedals_.leastIntervals)
+            for (const auto& [id, known] : NamesOf(kind_))
+                if (Typed(known) == Typed(name))
+                    leastIntervals_[id] = std::chrono::milliseconds(interval);
+    }
+    if (isConnected_ && pedals_.input.empty()) {
+        const std::vector<std::string> names = MidiInput::GetNames();
+        const unsigned char index = commands_->GetConnectedSourceIndex();
+        pedals_.input = index < names.size() ? names[index] : std::string();
+    }
+    nextLook_ = {};
+    if (!isConnected_ && !pedals_.input.empty())
+        settings_.say("the command input '" + DisplayText(pedals_.input) + "' is not there; it is waited for");
+    Publish();
+}
+
+void CommandInput::Close() {
+    request_.reset();
+    commands_.reset();
+    dispatcher_.reset();
+    isConnected_ = false;
+    for (std::bitset<128>& controllers : pressed_)
+        controllers.reset();
+    const std::lock_guard firing(firingMutex_);
+    leastIntervals_.clear();
+    fired_.clear();
+}
+
+/// What the engine could not read, and would write over, is put aside. Where the input is
+/// known by name, the engine finds it in the file by the index that it has today, or not
+/// at all.
+void CommandInput::PrepareSettingsFile() {
+    std::string text = ReadText(path_);
+    if (!text.empty() && !IsWhole(text)) {
+        fs::path aside = path_;
+        aside += ".damaged";
+        std::error_code error;
+        fs::rename(path_, aside, error);
+        settings_.say(DisplayText(path_.string()) + ": holds no learned commands; " +
+                      (error ? error.message() : "it is kept as " + DisplayText(aside.filename().string())));
+        text.clear();
+    }
+    if (pedals_.input.empty())
+        return;
+    if (text.empty())
+        text = SettingsOf({}, std::nullopt);
+    const std::vector<std::string> names = MidiInput::GetNames();
+    const auto found = std::find(names.begin(), names.end(), pedals_.input);
+    const std::size_t index = static_cast<std::size_t>(found - names.begin());
+    const bool isThere = found != names.end() && index < 256;
+    std::string aimed = text;
+    aimed.replace(kHeader.size(), kSourceBytes, kSourceBytes, '\0');
+    if (isThere) {
+        aimed[kHeader.size()] = kConnectedSource;
+        aimed[kHeader.size() + 1] = static_cast<char>(index);
+    }
+    if (aimed == ReadText(path_))
+        return;
+    try {
+        WriteText(path_, aimed);
+    } catch (const std::exception& error) {
+        settings_.say(error.what());
+    }
+}
+
+// ---- learning
+
+std::string CommandInput::Learn(const std::string& command) {
+    const std::lock_guard lock(mutex_);
+    RequireOpen();
+    const unsigned char id = IdOf(command);
+    if (request_)
+        throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal already");
+    if (!commands_->HasMidiSource())
+        throw std::invalid_argument("no command input is open; see: command input DEVICE");
+    request_ = Request{id, settings_.now(), commands_->GetLearnedCommands()};
+    isAnswered_ = false;
+    commands_->LearnMidiCommandNoAssign(id);
+    Publish();
+    return "press the pedal or key for " + NameOf(id) + "; until then no other one fires";
+}
+
+void CommandInput::GiveUp() {
+    const std::lock_guard lock(mutex_);
+    if (!request_)
+        throw std::invalid_argument("no command waits for its pedal");
+    // The engine knows no way back: the request is answered with what nobody can send.
+    // Bound before, that message is swallowed where the pedal was faster.
+    const std::pair<unsigned char, unsigned char> key = {kNobodysMessage.status, kNobodysMessage.data1};
+    dispatcher_->SetMidiBinding(key, [] {});
+    dispatcher_->ProcessMessage(kNobodysMessage);
+    const Learned learned = commands_->GetLearnedCommands();
+    const unsigned char id = request_->id;
+    if (const auto now = learned.find(id); now != learned.end() && now->second.data1 == kNobodysMessage.data1) {
+        if (const auto before = request_->before.find(id); before != request_->before.end())
+            commands_->SetMidiCommand(id, before->second.status, before->second.channel, before->second.data1);
+        else
+            commands_->UnsetMidiCommand(id);
+        request_.reset();
+        settings_.say("nothing was learned for " + NameOf(id));
+    }
+    dispatcher_->RemoveMidiBinding(key);
+    TellWhatWasLearned();
+    WriteSettings();
+    Publish();
+}
+
+/// Where the request has been answered.
+void CommandInput::TellWhatWasLearned() {
+    if (!request_ || !isAnswered_ || dispatcher_->IsLearning())
+        return;
+    const Learned learned = commands_->GetLearnedCommands();
+    const auto now = learned.find(request_->id);
+    if (now == learned.end())
+        return;
+    std::string text = NameOf(request_->id) + ": " + TextOf(now->second);
+    for (const auto& [id, command] : request_->before)
+        if (id != request_->id && !learned.contains(id))
+            text += ", taken from " + NameOf(id);
+    request_.reset();
+    ++learnedCount_;
+    settings_.say(text);
+}
+
+void CommandInput::Unlearn(const std::string& command) {
+    const std::lock_guard lock(mutex_);
+    RequireOpen();
+    const unsigned char id = IdOf(command);
+    if (!commands_->GetLearnedCommands().contains(id))
+        throw std::invalid_argument("no pedal was learned for " + NameOf(id));
+    commands_->UnsetMidiCommand(id);
+    WriteSettings();
+    Publish();
+}
+
+// ---- the input
+
+void CommandInput::SetInput(const std::string& device) {
+    const std::lock_guard lock(mutex_);
+    RequireOpen();
+    const unsigned int index = MidiInput::Select(device);
+    const std::string name = MidiInput::GetNames().at(index);
+    if (request_)
+        throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal; see: give up learning");
+    ConnectTo(name, static_cast<unsigned char>(index));
+    WritePedals();
+    WriteSettings();
+    Publish();
+}
+
+void CommandInput::ConnectTo(const std::string& name, unsigned char index) {
+    if (isConnected_ && name == pedals_.input)
+        return;
+    // A device is opened once: the same one has to be let go first.
+    if (name == pedals_.input)
+        dispatcher_->Disconnect();
+    isConnected_ = false;
+    commands_->ConnectSourceByIndex(index);
+    isConnected_ = true;
+    // Binding anew what was learned is no answer.
+    if (dispatcher_->IsLearning())
+        isAnswered_ = false;
+    pedals_.input = name;
+    onlyPresses_ = !pedals_.everyValueOf.contains(name);
+}
+
+void CommandInput::SetOnlyPresses(bool onlyPresses) {
+    const std::lock_guard lock(mutex_);
+    RequireOpen();
+    if (pedals_.input.empty())
+        throw std::invalid_argument("no command input was chosen; see: command input DEVICE");
+    if (onlyPresses)
+        pedals_.everyValueOf.erase(pedals_.input);
+    else
+        pedals_.everyValueOf.insert(pedals_.input);
+    onlyPresses_ = onlyPresses;
+    WritePedals();
+    Publish();
+}
+
+void CommandInput::SetLeastInterval(const std::string& command, std::chrono::milliseconds interval) {
+    const std::lock_guard lock(mutex_);
+    RequireOpen();
+    const unsigned char id = IdOf(command);
+    {
+        const std::lock_guard firing(firingMutex_);
+        leastIntervals_[id] = interval;
+    }
+    pedals_.leastIntervals[NameOf(id)] = static_cast<int>(interval.count());
+    if (interval == 0ms)
+        pedals_.leastIntervals.erase(NameOf(id));
+    WritePedals();
+    Publish();
+}
+
+bool CommandInput::Passes(const MIDIMessage& message) {
+    if (message.GetStatus() != 0xB0)
+        return true;
+    const std::size_t controller = message.data1 & 0x7Fu;
+    const bool isPressed = message.data2 >= kPressed;
+    const bool wasPressed = pressed_[message.GetChannel()][controller];
+    pressed_[message.GetChannel()][controller] = isPressed;
+    return !onlyPresses_ || (isPressed && !wasPressed);
+}
+
+void CommandInput::Fire(unsigned char id) {
+    {
+        const std::lock_guard lock(firingMutex_);
+        const Time now = settings_.now();
+        const auto interval = leastIntervals_.find(id);
+        const auto latest = fired_.find(id);
+        if (interval != leastIntervals_.end() && latest != fired_.end() && now - latest->second < interval->second)
+            return;
+        fired_[id] = now;
+    }
+    for (const Obeyed& obeyed : kObeyed)
+        if (obeyed.id == id)
+            settings_.fire(obeyed.kind);
+}
+
+void CommandInput::Poll() {
+    bool isOverdue = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (!commands_)
+            return;
+        TellWhatWasLearned();
+        isOverdue = request_ && settings_.now() - request_->since >= kLearnPatience;
+        if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
+            nextLook_ = now + kBetweenLooks;
+            const std::vector<std::string> names = MidiInput::GetNames();
+            const auto found = std::find(names.begin(), names.end(), pedals_.input);
+            try {
+                if (found != names.end()) {
+                    ConnectTo(pedals_.input, static_cast<unsigned char>(found - names.begin()));
+                    settings_.say("the command input '" + DisplayText(pedals_.input) + "' is there");
+                }
+            } catch (const std::exception&) {
+                // It is tried again.
+            }
+        }
+        WriteSettings();
+        Publish();
+    }
+    try {
+        if (isOverdue)
+            GiveUp();
+    } catch (const std::invalid_argument&) {
+        // Answered, or given up by the operator, just now.
+    }
+}
+
+// ---- what is kept
+
+void CommandInput::WriteSettings() {
+    const auto source =
+        isConnected_ ? std::optional<unsigned char>(commands_->GetConnectedSourceIndex()) : std::nullopt;
+    const std::string text = SettingsOf(commands_->GetLearnedCommands(), source);
+    if (text == written_)
+        return;
+    try {
+        WriteText(path_, text);
+        written_ = text;
+    } catch (const std::exception& error) {
+        written_ = text;  // said once; the engine writes it again at the end
+        settings_.say(error.what());
+    }
+}
+
+void CommandInput::WritePedals() {
+    if (pedalsAreBroken_)
+        return;
+    try {
+        pedals_.Write(PedalsPathOf(path_));
+    } catch (const std::exception& error) {
+        settings_.say(error.what());
+    }
+}
+
+// ---- names and report
+
+void CommandInput::RequireOpen() const {
+    if (!commands_)
+        throw std::invalid_argument("learned commands belong to a show file, and here is none");
+}
+
+unsigned char CommandInput::IdOf(const std::string& command) const {
+    std::string all;
+    for (const auto& [id, name] : NamesOf(kind_)) {
+        if (Typed(name) == Typed(command))
+            return id;
+        all += (all.empty() ? "" : ", ") + name;
+    }
+    throw std::invalid_argument("no command '" + DisplayText(command) + "' for pedals; there are " + all);
+}
+
+std::string CommandInput::NameOf(unsigned char id) const {
+    const auto& names = midi_commands::tarvikCommandNames;
+    const auto found = names.find(id);
+    return found == names.end() ? std::to_string(id) : found->second;
+}
+
+void CommandInput::Publish() {
+    Report report;
+    if (commands_) {
+        const Learned learned = commands_->GetLearnedCommands();
+        report.input = pedals_.input;
+        report.isOpen = commands_->HasMidiSource();
+        report.onlyPresses = onlyPresses_;
+        report.learned = learnedCount_;
+        report.learning = request_ ? NameOf(request_->id) : std::string();
+        for (const auto& [id, name] : NamesOf(kind_)) {
+            Command command{name, {}, 0};
+            if (const auto found = learned.find(id); found != learned.end())
+                command.binding = TextOf(found->second);
+            if (const auto found = pedals_.leastIntervals.find(name); found != pedals_.leastIntervals.end())
+                command.leastInterval = found->second;
+            report.commands.push_back(std::move(command));
+        }
+    }
+    const std::lock_guard lock(reportMutex_);
+    report_ = std::move(report);
+}
+
+CommandInput::Report CommandInput::GetReport() const {
+    const std::lock_guard lock(reportMutex_);
+    return report_;
+}
+
+}  // namespace player

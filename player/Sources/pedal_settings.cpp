@@ -1,0 +1,42 @@
+#include "player/pedal_settings.h"
+
+#include <cstdint>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+
+#include "player/atomic_file.h"
+#include "player/display_text.h"
+
+namespace player {
+
+using Json = nlohmann::ordered_json;
+
+std::optional<PedalSettings> PedalSettings::Read(const std::filesystem::path& file) {
+    std::ifstream input(file, std::ios::binary);
+    if (!input)
+        return std::nullopt;
+    std::ostringstream text;
+    text << input.rdbuf();
+    try {
+        const Json json = Json::parse(text.str());
+        PedalSettings settings;
+        settings.input = json.at("input").get<std::string>();
+        settings.everyValueOf = json.at("everyValueOf").get<std::set<std::string>>();
+        settings.leastIntervals = json.at("leastMilliseconds").get<std::map<std::string, int>>();
+        return settings;
+    } catch (const Json::exception& error) {
+        throw std::invalid_argument(DisplayText(file.string()) + ": " + DisplayText(error.what()));
+    }
+}
+
+void PedalSettings::Write(const std::filesystem::path& file) const {
+    const Json json = {{"input", input}, {"everyValueOf", everyValueOf}, {"leastMilliseconds", leastIntervals}};
+    const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    AtomicFile written(file);
+    written.Write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+    written.Commit();
+}
+
+}  // namespace player

@@ -1,0 +1,362 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <latch>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <set>
+#include <shared_mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "midi/midi_commands.h"
+#include "midi/midi_port_error.h"
+#include "tests/midi/command_log.h"
+#include "tests/midi/patience.h"
+#include "tests/midi/three_inputs.h"
+#include "tests/player/temporary_folder.h"
+
+namespace {
+
+using midi_commands::LearnedCommand;
+using midi_commands::MidiCommands;
+
+const char* const kFired[] = {"midiCommandConductBeat",  "midiCommandContinuousMode", "midiCommandPlay",
+                              "midiCommandPause",        "midiCommandStop",           "midiCommandNextSong",
+                              "midiCommandPreviousSong", "midiCommandNextMarker",     "midiCommandPreviousMarker",
+                              "midiCommandContinue",     "midiCommandNextPatch",      "midiCommandPreviousPatch"};
+
+/// Draws from few values, so that commands, messages and sources meet often.
+class Draw {
+public:
+    explicit Draw(unsigned int seed) : generator_(seed) {}
+    int Below(int count) { return std::uniform_int_distribution<int>(0, count - 1)(generator_); }
+    unsigned char Command() { return static_cast<unsigned char>(Below(13)); }
+    MIDIMessage Message() {
+        constexpr std::uint8_t kStatuses[] = {0x90, 0x90, 0xB0, 0xC0, 0x80, 0xE0};
+        return {static_cast<std::uint8_t>(kStatuses[Below(6)] | Below(2)), static_cast<std::uint8_t>(Below(3)),
+                static_cast<std::uint8_t>(Below(3))};
+    }
+
+private:
+    std::mt19937 generator_;
+};
+
+/// What commands do, one thing after another: a message is a key, and a key has at
+/// most one command.
+struct Model {
+    using Key = std::pair<int, int>;
+    std::map<Key, int> owner;                  // of the commands' present object
+    std::map<Key, int> bound;                  // in the dispatcher, where bindings outlive it
+    std::deque<std::pair<int, int>> requests;  // command, object
+    int object = 0;
+    bool hasSource = false;
+    int input = -1;      // of the dispatcher; -1 for none
+    int remembered = 0;  // by the dispatcher, of the one that it closed
+    bool conducts = false;
+    std::vector<std::string> log;
+
+    std::optional<Key> KeyOf(int command) const {
+        for (const auto& [key, has] : owner)
+            if (has == command)
+                return key;
+        return {};
+    }
+    void Cancel(int command) {
+        if (const auto key = KeyOf(command)) {
+            owner.erase(*key);
+            bound.erase(*key);
+        }
+        conducts = conducts && command != 0;
+        log.push_back("canceled " + std::to_string(command));
+    }
+    void Set(int command, Key key) {
+        if (owner.contains(key) && owner.at(key) != command)
+            Cancel(owner.at(key));
+        if (command >= 12)
+            return;
+        if (const auto old = KeyOf(command); old && *old != key) {
+            bound.erase(*old);
+            owner.erase(*old);
+        }
+        owner[key] = bound[key] = command;
+        conducts = conducts || command == 0;
+        log.push_back("learned " + std::to_string(command) + " " + std::to_string(key.first) + " " +
+                      std::to_string(key.second));
+        log.push_back("midiCommandLearned");
+    }
+    void Process(const MIDIMessage& message) {
+        const int status = message.status & 0xF0;
+        if ((status != 0x90 || message.data2 == 0) && status != 0xB0 && status != 0xC0)
+            return;
+        const Key key(message.status, message.data1);
+        if (!requests.empty()) {
+            const auto [command, asker] = requests.front();
+            requests.pop_front();
+            if (asker == object)
+                Set(command, key);
+        } else if (bound.contains(key)) {
+            log.push_back(kFired[bound.at(key)]);
+        }
+    }
+    void Connect(int index) {
+        hasSource = index != 1 && index != input;  // what is open cannot be opened again
+        if (!hasSource)
+            return;
+        input = index;
+        log.push_back("source " + std::to_string(index));
+        for (int command = 0; command < 12; ++command)
+            if (const auto key = KeyOf(command))
+                Set(command, *key);
+        log.push_back("midiSourceConnected");
+    }
+    void Disconnect() {
+        remembered = std::max(input, 0);
+        input = -1;
+    }
+    void Restart() {
+        ++object;
+        conducts = false;
+        if (hasSource)
+            Connect(input >= 0 ? input : remembered);
+    }
+};
+
+class RandomCommands : public testing::Test {
+protected:
+    void Restart() {
+        commands_.reset();
+        commands_.emplace(*dispatcher_, path_);
+    }
+
+    /// That it is open already is no fault.
+    void Connect(unsigned char source) {
+        try {
+            commands_->ConnectSourceByIndex(source);
+        } catch (const MidiPortError&) {
+        }
+    }
+
+    ThreeInputs inputs_;
+    const TemporaryFolder folder_;
+    const std::string path_ = (folder_ / "commands").string();
+    CommandLog log_;
+    std::optional<MidiMessageDispatcher> dispatcher_{std::in_place};
+    std::optional<MidiCommands> commands_;
+};
+
+TEST_F(RandomCommands, DoWhatTheSameStepsDoInAModel) {
+    for (unsigned int seed = 1; seed <= 20; ++seed) {
+        commands_.reset();
+        std::filesystem::remove(path_);
+        dispatcher_.emplace();
+        Restart();
+        log_.Take();
+        Model model;
+        Draw draw(seed);
+        for (int step = 0; step < 400; ++step) {
+            const std::string at = "seed " + std::to_string(seed) + ", step " + std::to_string(step);
+            const unsigned char command = draw.Command();
+            const MIDIMessage message = draw.Message();
+            const int action = draw.Below(40);
+            if (action < 8) {
+                // An answer for a command that does not exist throws into the input.
+                if (command < 12) {
+                    commands_->LearnMidiCommandNoAssign(command);
+                    model.requests.emplace_back(command, model.object);
+                }
+            } else if (action < 14) {
+                const auto set = [&] {
+                    commands_->SetMidiCommand(command, message.GetStatus(), message.GetChannel(), message.data1);
+                };
+                if (command < 12)
+                    set();
+                else
+                    EXPECT_THROW(set(), std::out_of_range) << at;
+                model.Set(command, {message.status, message.data1});
+            } else if (action < 16) {
+                commands_->UnsetMidiCommand(command);
+                model.Cancel(command);
+            } else if (action < 18) {
+                const int source = draw.Below(3);
+                model.Connect(source);
+                const auto connect = [&] { commands_->ConnectSourceByIndex(static_cast<unsigned char>(source)); };
+                if (model.hasSource)
+                    connect();
+                else
+                    EXPECT_THROW(connect(), MidiPortError) << at;
+            } else if (action < 21) {
+                if (action > 18) {
+                    dispatcher_->Disconnect();  // of which the commands know nothing
+                    model.Disconnect();
+                }
+                if (action < 20) {
+                    Restart();
+                    model.Restart();
+                }
+            } else {
+                dispatcher_->ProcessMessage(message);
+                model.Process(message);
+            }
+            ASSERT_EQ(log_.Take(), std::exchange(model.log, {})) << at << ", action " << action;
+            std::map<Model::Key, int> owner;
+            for (const auto& [id, learned] : commands_->GetLearnedCommands())
+                owner[{learned.status | learned.channel, learned.data1}] = id;
+            ASSERT_EQ(owner, model.owner) << at << ", action " << action;
+            ASSERT_EQ(commands_->GetHasConductBeat(), model.conducts) << at;
+            ASSERT_EQ(dispatcher_->IsLearning(), !model.requests.empty()) << at;
+            for (int id = 0; id < 12; ++id)
+                ASSERT_EQ(commands_->IsMidiCommandLearning(static_cast<unsigned char>(id)),
+                          std::find(model.requests.begin(), model.requests.end(), std::pair(id, model.object)) !=
+                              model.requests.end())
+                    << at << ", command " << id;
+        }
+    }
+}
+
+TEST_F(RandomCommands, StayWholeWhileSeveralThreadsChangeThem) {
+    MustEnd("commands under random use", [&] {
+        Restart();
+        constexpr int kThreads = 4;
+        constexpr int kSteps = 300;
+        std::shared_mutex lifetime;  // a user knows whether the commands exist
+        std::latch start(kThreads + 1);
+        std::vector<std::jthread> threads;
+        for (unsigned int seed = 1; seed <= kThreads; ++seed)
+            threads.emplace_back([&, seed] {
+                Draw draw(seed);
+                start.arrive_and_wait();
+                for (int step = 0; step < kSteps; ++step) {
+                    const int action = draw.Below(20);
+                    if (action == 0) {
+                        const std::unique_lock alone(lifetime);
+                        Restart();
+                        continue;
+                    }
+                    const std::shared_lock together(lifetime);
+                    const MIDIMessage message = draw.Message();
+                    const auto command = static_cast<unsigned char>(draw.Below(12));
+                    if (action < 6)
+                        commands_->LearnMidiCommandNoAssign(command);
+                    else if (action < 10)
+                        commands_->SetMidiCommand(command, message.GetStatus(), message.GetChannel(), message.data1);
+                    else if (action < 12)
+                        commands_->UnsetMidiCommand(command);
+                    else if (action < 15)
+                        Connect(draw.Below(2) == 0 ? 0 : 2);
+                    else if (action < 16)
+                        dispatcher_->Disconnect();
+                    else if (action < 18)
+                        dispatcher_->SetInputFilter([](const MIDIMessage& one) { return one.data1 != 2; });
+                    else
+                        commands_->GetLearnedCommands();
+                }
+            });
+        threads.emplace_back([&] {
+            Draw draw(0);
+            start.arrive_and_wait();
+            for (int step = 0; step < 20 * kSteps; ++step)
+                inputs_.Send(draw.Below(2) == 0 ? 0 : 2, draw.Message());
+        });
+        threads.clear();
+
+        std::set<std::tuple<int, int, int>> messages;
+        for (const auto& [id, learned] : commands_->GetLearnedCommands())
+            EXPECT_TRUE(messages.emplace(learned.status, learned.channel, learned.data1).second) << "command " << +id;
+        // What is bound fires, and nothing is left over from those that were replaced.
+        for (int request = 0; dispatcher_->IsLearning(); ++request)
+            dispatcher_->ProcessMessage({0xC5, static_cast<std::uint8_t>(request & 0x7F), 0});
+        dispatcher_->SetInputFilter({});
+        const auto final = commands_->GetLearnedCommands();
+        std::map<std::pair<int, int>, std::string> expected;
+        for (const auto& [id, learned] : final)
+            expected[{learned.status | learned.channel, learned.data1}] = kFired[id];
+        log_.Take();
+        for (const int status : {0x90, 0x91, 0xB0, 0xB1, 0xC0, 0xC1, 0xC5})
+            for (int data1 = 0; data1 < 128; ++data1) {
+                dispatcher_->ProcessMessage({static_cast<std::uint8_t>(status), static_cast<std::uint8_t>(data1), 1});
+                const auto found = expected.find({status, data1});
+                EXPECT_EQ(log_.Take(), found == expected.end() ? std::vector<std::string>{}
+                                                               : std::vector<std::string>{found->second});
+            }
+    });
+}
+
+TEST_F(RandomCommands, AreAnsweredInTheOrderOfRequestsAndNeverOnceTheyAreGone) {
+    MustEnd("answers to commands that come and go", [&] {
+        testing::internal::CaptureStderr();
+        std::atomic<bool> done{false};
+        std::jthread input([&] {
+            while (!done)
+                dispatcher_->ProcessMessage({0x90, 1, 1});
+        });
+        for (int life = 0; life < 200; ++life) {
+            Restart();
+            std::latch start(2);
+            const auto request = [&](unsigned char first) {
+                start.arrive_and_wait();
+                for (unsigned char command = first; command < first + 5; ++command)
+                    commands_->LearnMidiCommandNoAssign(command);
+            };
+            std::jthread other(request, 0);
+            request(5);
+        }
+        done = true;
+        input.join();
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "two requests came in one order and went in another";
+    });
+}
+
+TEST_F(RandomCommands, AFloodOfMessagesOutlastsTheReplacingOfInputs) {
+    MustEnd("replacing inputs during a flood", [&] {
+        constexpr int kReplacements = 200;
+        constexpr std::size_t kMessages = 20000;
+        std::atomic<bool> exists{true};
+        std::atomic<int> late{0};
+        std::atomic<int> fired{0};
+        const auto slow = [&] {
+            ++fired;
+            for (int turn = 0; turn < 10; ++turn)
+                std::this_thread::yield();
+            if (!exists)
+                ++late;
+        };
+        Restart();
+        std::atomic<bool> done{false};
+        std::jthread sender([&] {
+            for (std::size_t sent = 0; !done || sent < kMessages; ++sent) {
+                inputs_.Send(sent % 2 * 2, {0x90, 1, 1});
+                std::this_thread::yield();
+            }
+        });
+        for (int replaced = 0; replaced < kReplacements; ++replaced) {
+            if (replaced % 8 == 0) {
+                commands_.reset();
+                dispatcher_.reset();
+                exists = false;
+                dispatcher_.emplace();
+                exists = true;
+                dispatcher_->SetMidiBinding({0x90, 1}, slow);
+                commands_.emplace(*dispatcher_, path_);
+            }
+            commands_->ConnectSourceByIndex(replaced % 2 == 0 ? 0 : 2);
+            // Each input is replaced while it has much to say.
+            for (const int before = fired; fired < before + 5;)
+                std::this_thread::yield();
+        }
+        done = true;
+        sender.join();
+        EXPECT_EQ(late, 0) << "a function ran on when its dispatcher was gone";
+    });
+}
+
+}  // namespace

@@ -1,0 +1,278 @@
+#include "player/command_input.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/player/temporary_folder.h"
+#include "win32_layer/layer.h"
+#include "win32_layer/virtual_midi_input.h"
+
+namespace player {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using win32_layer::Layer;
+using win32_layer::VirtualMidiInput;
+using Kinds = std::vector<CommandKind>;
+
+/// A pedal board and a keyboard, a show's folder, and time that stands until it is moved.
+class CommandInputTest : public ::testing::Test {
+protected:
+    CommandInputTest() {
+        Layer::Instance().Reset();
+        Layer::Instance().AddInput(keys_);
+        Layer::Instance().AddInput(pedals_);
+    }
+    ~CommandInputTest() override {
+        input_.reset();
+        Layer::Instance().Reset();
+        EXPECT_EQ(Layer::Instance().GetCounters().openInputs, 0);
+    }
+
+    CommandInput& Open(ShowKind kind = ShowKind::kRanges) {
+        input_.reset();
+        CommandInput::Settings settings;
+        settings.fire = [this](CommandKind kindOfCommand) {
+            const std::lock_guard lock(mutex_);
+            fired_.push_back(kindOfCommand);
+            changed_.notify_all();
+        };
+        settings.say = [this](const std::string& text) {
+            const std::lock_guard lock(mutex_);
+            said_.push_back(text);
+        };
+        settings.now = [this] { return now_.load(); };
+        input_ = std::make_unique<CommandInput>(settings);
+        input_->OpenShow(show_, kind);
+        return *input_;
+    }
+    void LearnFrom(const std::string& command, const std::vector<std::uint8_t>& bytes) {
+        input_->Learn(command);
+        pedals_->Send(bytes);
+        for (const auto start = std::chrono::steady_clock::now();
+             !input_->GetReport().learning.empty() && std::chrono::steady_clock::now() - start < 20s; input_->Poll())
+            std::this_thread::yield();
+    }
+    /// All that has fired, once everything sent has been taken: behind it a program of
+    /// channel 16 plays the bound Stop.
+    Kinds Fired() {
+        pedals_->Send({0xCF, 0x7F});
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(
+            changed_.wait_for(lock, 20s, [this] { return !fired_.empty() && fired_.back() == CommandKind::kStop; }));
+        fired_.pop_back();
+        return std::exchange(fired_, {});
+    }
+    std::vector<std::string> Said() {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(said_, {});
+    }
+    std::string BindingOf(const std::string& name) const {
+        for (const CommandInput::Command& command : input_->GetReport().commands)
+            if (command.name == name)
+                return command.binding;
+        return "no such command";
+    }
+    std::string SettingsFile() const { return TemporaryFolder::Contents(folder_ / "show.json.commands"); }
+
+    const std::shared_ptr<VirtualMidiInput> keys_ = std::make_shared<VirtualMidiInput>(L"Keys");
+    const std::shared_ptr<VirtualMidiInput> pedals_ = std::make_shared<VirtualMidiInput>(L"Pedals");
+    const TemporaryFolder folder_;
+    const std::filesystem::path show_ = folder_ / "show.json";
+    std::atomic<CommandInput::Time> now_{CommandInput::Time()};
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    Kinds fired_;                    // guarded by mutex_
+    std::vector<std::string> said_;  // guarded by mutex_
+    std::unique_ptr<CommandInput> input_;
+};
+
+TEST_F(CommandInputTest, APedalDrivesWhatItWasTaughtAlsoTheNextEvening) {
+    Open().SetInput("Pedals");
+    LearnFrom("stop", {0xCF, 0x7F});
+    LearnFrom("next song", {0xB0, 64, 127});
+    EXPECT_THAT(Said(), ElementsAre("Stop: program 128, channel 16", "Next Song: controller 64, channel 1"));
+    pedals_->Send({0xB0, 64, 0, 0xB0, 64, 127, 0xB1, 64, 127, 0x90, 64, 127});
+    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextSong});
+    LearnFrom("previousSong", {0xB0, 64, 0, 0xB0, 64, 100});
+    EXPECT_THAT(Said(), ElementsAre("Previous Song: controller 64, channel 1, taken from Next Song"));
+    EXPECT_EQ(BindingOf("Next Song"), "");
+    const std::string kept = SettingsFile();
+    EXPECT_EQ(kept, std::string("\x14MidiCommandsSettings\1\1\0\0\0\2\0\4\xC0\x0F\x7F\6\xB0\0\x40", 36));
+    input_.reset();
+    EXPECT_EQ(SettingsFile(), kept) << "what the engine writes";
+
+    // Plugged in elsewhere.
+    Layer::Instance().RemoveInput(keys_);
+    Layer::Instance().RemoveInput(pedals_);
+    Layer::Instance().AddInput(pedals_);
+    Layer::Instance().AddInput(keys_);
+    Open();
+    EXPECT_FALSE(keys_->IsOpen());
+    pedals_->Send({0xB0, 64, 127});
+    EXPECT_EQ(Fired(), Kinds{CommandKind::kPreviousSong});
+    input_->Unlearn("previous song");
+    EXPECT_EQ(BindingOf("Previous Song"), "");
+    EXPECT_THROW(input_->Unlearn("previous song"), std::invalid_argument);
+    EXPECT_THROW(input_->Learn("next patch"), std::invalid_argument) << "this kind of show has none";
+    EXPECT_THAT(Said(), IsEmpty());
+}
+
+TEST_F(CommandInputTest, ARequestIsGivenUpAndWhatWasBoundComesBack) {
+    Open().SetInput("Pedals");
+    LearnFrom("stop", {0xCF, 0x7F});
+    LearnFrom("play", {0x90, 60, 100});
+    const std::string kept = SettingsFile();
+    input_->Learn("play");
+    EXPECT_EQ(input_->GetReport().learning, "Play");
+    EXPECT_THROW(input_->Learn("pause"), std::invalid_argument);
+    now_ = now_.load() + CommandInput::kLearnPatience - 1ms;
+    input_->Poll();
+    EXPECT_EQ(input_->GetReport().learning, "Play");
+    now_ = now_.load() + 1ms;
+    input_->Poll();
+    EXPECT_EQ(input_->GetReport().learning, "");
+    input_->Learn("pause");
+    input_->GiveUp();
+    EXPECT_THROW(input_->GiveUp(), std::invalid_argument);
+    EXPECT_THAT(Said(), ElementsAre(HasSubstr("Stop:"), HasSubstr("Play:"), "nothing was learned for Play",
+                                    "nothing was learned for Pause"));
+    EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
+    EXPECT_EQ(BindingOf("Pause"), "");
+    EXPECT_EQ(SettingsFile(), kept);
+    pedals_->Send({0x90, 60, 100});
+    EXPECT_EQ(Fired(), Kinds{CommandKind::kPlay});
+}
+
+TEST_F(CommandInputTest, PressesAndIntervalsAreOfTheirInputAndCommand) {
+    Open().SetInput("Pedals");
+    LearnFrom("stop", {0xCF, 0x7F});
+    LearnFrom("next marker", {0xB2, 5, 127});
+    const std::vector<std::uint8_t> twice = {0xB2, 5, 0, 0xB2, 5, 64, 0xB2, 5, 127, 0xB2, 5, 63, 0xB2, 5, 70};
+    pedals_->Send(twice);
+    EXPECT_EQ(Fired(), Kinds(2, CommandKind::kNextMarker));
+    input_->SetOnlyPresses(false);
+    pedals_->Send(twice);
+    EXPECT_EQ(Fired(), Kinds(5, CommandKind::kNextMarker));
+    input_->SetLeastInterval("next marker", 300ms);
+    pedals_->Send(twice);
+    EXPECT_THAT(Fired(), IsEmpty()) << "it has fired just now";
+    now_ = now_.load() + 300ms;
+    pedals_->Send(twice);
+    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextMarker});
+    input_->SetInput("Keys");
+    EXPECT_TRUE(input_->GetReport().onlyPresses);
+    input_->SetInput("Pedals");
+    Open();
+    EXPECT_FALSE(input_->GetReport().onlyPresses);
+    pedals_->Send(twice);
+    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextMarker});
+}
+
+TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
+    Open().SetInput("Pedals");
+    LearnFrom("stop", {0xCF, 0x7F});
+    input_.reset();
+    Layer::Instance().RemoveInput(pedals_);
+    const auto stranger = std::make_shared<VirtualMidiInput>(L"Stranger");
+    Layer::Instance().AddInput(stranger);
+    Said();
+    Open();
+    EXPECT_FALSE(stranger->IsOpen());
+    EXPECT_FALSE(input_->GetReport().isOpen);
+    EXPECT_THROW(input_->Learn("play"), std::invalid_argument);
+    Layer::Instance().AddInput(pedals_);
+    input_->Poll();
+    EXPECT_THAT(Said(), ElementsAre("the command input 'Pedals' is not there; it is waited for",
+                                    "the command input 'Pedals' is there"));
+    EXPECT_THAT(Fired(), IsEmpty());
+    // It stays what it is where another one cannot be had.
+    keys_->SetRefusesOpen(true);
+    EXPECT_ANY_THROW(input_->SetInput("Keys"));
+    EXPECT_THROW(input_->SetInput("Nothing"), std::invalid_argument);
+    now_ = now_.load() + 2s;
+    input_->Poll();
+    EXPECT_EQ(input_->GetReport().input, "Pedals");
+    EXPECT_THAT(Fired(), IsEmpty());
+}
+
+TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
+    const std::string whole("\x14MidiCommandsSettings\0\0\0\0\0\1\0\2\x90\0\x3C", 32);
+    for (const std::string& damaged : std::vector<std::string>{whole.substr(0, 31), whole.substr(0, 10), "x" + whole,
+                                                               whole.substr(0, 28) + "\x0C" + whole.substr(29)}) {
+        input_.reset();
+        folder_.Put("show.json.commands", damaged);
+        Open();
+        EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.damaged"), damaged);
+        EXPECT_THAT(Said(), ElementsAre(AllOf(HasSubstr("show.json.commands: holds no learned commands"),
+                                              HasSubstr("kept as show.json.commands.damaged"))));
+        EXPECT_EQ(BindingOf("Play"), "");
+    }
+    input_.reset();
+    folder_.Put("show.json.commands", whole);
+    folder_.Put("show.json.commands.pedals", "{\"input\": 1}");
+    Open();
+    EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
+    EXPECT_THAT(Said(), ElementsAre(HasSubstr("it is left as it is")));
+    input_->SetInput("Pedals");
+    input_.reset();
+    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.pedals"), "{\"input\": 1}");
+}
+
+TEST_F(CommandInputTest, EverythingAtOnceUnderAFlood) {
+    Open().SetInput("Pedals");
+    std::atomic<bool> isOver{false};
+    std::thread flood([&] {
+        for (std::uint8_t i = 0; !isOver; ++i) {
+            pedals_->Send({0x90, static_cast<std::uint8_t>(i % 8), 100, 0xB0, 7, i < 128 ? i : std::uint8_t{0}});
+            keys_->Send({0x90, 1, 100});
+        }
+    });
+    std::thread polling([&] {
+        while (!isOver) {
+            input_->Poll();
+            static_cast<void>(input_->GetReport());
+        }
+    });
+    for (int round = 0; round < 40; ++round) {
+        now_ = now_.load() + 1s;
+        for (const auto& step : std::vector<std::function<void()>>{
+                 [&] { input_->Learn(round % 2 == 0 ? "play" : "pause"); }, [&] { input_->GiveUp(); },
+                 [&] { input_->SetInput(round % 3 == 0 ? "Keys" : "Pedals"); }, [&] { input_->Unlearn("play"); },
+                 [&] { input_->SetLeastInterval("play", std::chrono::milliseconds(round)); },
+                 [&] {
+                     if (round % 10 == 9)
+                         input_->OpenShow(show_, ShowKind::kRanges);
+                 }})
+            try {
+                step();
+            } catch (const std::invalid_argument&) {
+                // Refused as things stand just then.
+            }
+    }
+    isOver = true;
+    flood.join();
+    polling.join();
+    const std::string kept = (input_->Poll(), SettingsFile());
+    input_.reset();
+    EXPECT_EQ(SettingsFile(), kept);
+}
+
+}  // namespace
+}  // namespace player

@@ -1,0 +1,192 @@
+#include "player/show_control.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "win32_layer/layer.h"
+#include "win32_layer/virtual_midi_input.h"
+
+namespace player {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using win32_layer::Layer;
+using win32_layer::VirtualMidiInput;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes Go(std::uint8_t device, const std::string& fields) {
+    Bytes bytes = {0xF0, 0x7F, device, 0x02, 0x11, 0x01};
+    for (const char byte : fields)
+        bytes.push_back(static_cast<std::uint8_t>(byte));
+    bytes.push_back(0xF7);
+    return bytes;
+}
+
+class ShowControlTest : public ::testing::Test {
+protected:
+    ShowControlTest() {
+        Layer::Instance().Reset();
+        Layer::Instance().AddInput(desk_);
+        ShowControl::Settings settings;
+        settings.go = [this](const std::string& cue) {
+            const std::lock_guard lock(mutex_);
+            went_.push_back(cue);
+            std::promise<CommandAnswer> answer;
+            answer.set_value({cue != "99", cue == "99" ? "no such cue" : "", 1});
+            return answer.get_future();
+        };
+        settings.plays = [this](const std::string& cue) {
+            const std::lock_guard lock(mutex_);
+            return playing_ == cue;
+        };
+        settings.say = [this](const std::string& text) { said_.push_back(text); };
+        settings.now = [this] { return now_.load(); };
+        control_ = std::make_unique<ShowControl>(settings);
+    }
+    ~ShowControlTest() override {
+        control_.reset();
+        Layer::Instance().Reset();
+        EXPECT_EQ(Layer::Instance().GetCounters().preparedHeaders, 0);
+    }
+
+    /// What was fired, once everything sent has been taken: the cue 0 stands for its end.
+    std::vector<std::string> Went() {
+        desk_->Send(Go(0x7F, "0"));
+        for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < 20s;
+             std::this_thread::yield()) {
+            const std::lock_guard lock(mutex_);
+            if (went_.empty() || went_.back() != "0")
+                continue;
+            went_.pop_back();
+            return std::exchange(went_, {});
+        }
+        ADD_FAILURE() << "the end does not come";
+        return {};
+    }
+    ShowControl::Report Report() {
+        control_->Poll();
+        return control_->GetReport();
+    }
+
+    const std::shared_ptr<VirtualMidiInput> desk_ = std::make_shared<VirtualMidiInput>(L"Desk");
+    std::atomic<ShowControl::Time> now_{ShowControl::Time()};
+    std::mutex mutex_;
+    std::vector<std::string> went_;  // guarded by mutex_
+    std::string playing_;            // guarded by mutex_
+    std::vector<std::string> said_;
+    std::unique_ptr<ShowControl> control_;
+};
+
+TEST_F(ShowControlTest, CuesForThisShowGoAndEverythingElseIsCountedOrNoneOfIts) {
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 3, "2"}, "Pedals");
+    EXPECT_EQ(Report().state, "on");
+    for (const std::uint8_t byte : Go(3, "12"))
+        desk_->Send({byte, 0xF8});
+    desk_->Send(Go(0x7F, std::string("1.5\0"
+                                     "2",
+                                     5)));
+    desk_->Send(Go(3, std::string("8\0"
+                                  "2\0"
+                                  "7",
+                                  5)));
+    desk_->Send(Go(3, ""));
+    EXPECT_THAT(Went(), ElementsAre("12", "1.5", "8", ""));
+    EXPECT_EQ(Report().refused, 0u);
+
+    desk_->Send(Go(4, "12"));                                                         // another device's
+    desk_->Send({0xF0, 0x7F, 0x7F, 0x01, 0x01, 1, 2, 3, 4, 0xF7, 0xF0, 0x7E, 0xF7});  // no show control
+    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_EQ(Report().refused, 0u);
+    desk_->Send({0xF0, 0x7F, 3, 0x02, 0x10, 0x01, '1', 0xF7});
+    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_EQ(Report().newestRefusal, "Invalid MSC command format type");
+    desk_->Send({0xF0, 0x7F, 3, 0x02, 0x11, 0x02, 0xF7});
+    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_EQ(Report().newestRefusal, "Invalid Msc command");
+    desk_->Send(Go(3, std::string("1\0"
+                                  "5",
+                                  3)));
+    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_THAT(Report().newestRefusal, HasSubstr("cue list '5'"));
+    desk_->Send(Go(3, "99"));
+    EXPECT_THAT(Went(), ElementsAre("99"));
+    EXPECT_EQ(Report().newestRefusal, "no such cue");
+    EXPECT_EQ(Report().refused, 4u);
+}
+
+TEST_F(ShowControlTest, ARepeatedCueOfThePlayingSongMeansNothingForTwoSeconds) {
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "");
+    const auto cuesAfter = [this](std::chrono::seconds passed) {
+        now_ = now_.load() + passed;
+        desk_->Send(Go(0, "5"));
+        // What is refused behind it tells that it has been taken.
+        const std::uint64_t refused = Report().refused;
+        desk_->Send({0xF0, 0x7F, 0, 0x02, 0x00, 0xF7});
+        for (const auto start = std::chrono::steady_clock::now();
+             Report().refused == refused && std::chrono::steady_clock::now() - start < 20s;)
+            std::this_thread::yield();
+        return Report().cues;
+    };
+    EXPECT_EQ(cuesAfter(0s), 1u);
+    EXPECT_EQ(cuesAfter(0s), 2u) << "it does not play";
+    {
+        const std::lock_guard lock(mutex_);
+        playing_ = "5";
+    }
+    EXPECT_EQ(cuesAfter(0s), 2u);
+    EXPECT_EQ(cuesAfter(1s), 2u);
+    EXPECT_EQ(cuesAfter(1s), 3u) << "counted from the one that went";
+    EXPECT_EQ(cuesAfter(0s), 3u);
+    desk_->Send(Go(0, "6"));
+    EXPECT_EQ(cuesAfter(0s), 5u) << "another cue went in between";
+}
+
+TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
+    control_->OpenShow(std::nullopt, "");
+    EXPECT_EQ(Report().state, "none");
+    EXPECT_THROW(control_->SetArmed(true), std::invalid_argument);
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "Desk");
+    EXPECT_EQ(Report().state, "missing");
+    EXPECT_THAT(said_.back(), HasSubstr("'Desk' is the input of the pedals, and a device can be opened once"));
+    Layer::Instance().RemoveInput(desk_);
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "");
+    EXPECT_THAT(said_.back(), HasSubstr("'Desk' is not there"));
+    Layer::Instance().AddInput(desk_);
+    now_ = now_.load() + 2s;
+    EXPECT_EQ(Report().state, "on");
+    control_->SetArmed(false);
+    desk_->Send(Go(0, "1"));
+    EXPECT_EQ(Report().state, "off");
+    control_->SetArmed(true);
+    EXPECT_THAT(Went(), testing::AnyOf(IsEmpty(), ElementsAre("1")));  // it may be late
+    // What leaves in the midst of a message, and comes back.
+    desk_->Send({0xF0, 0x7F, 0x7F, 0x02});
+    Layer::Instance().RemoveInput(desk_);
+    const auto again = std::make_shared<VirtualMidiInput>(L"Desk");
+    Layer::Instance().AddInput(again);
+    again->Send(Go(0, "7"));
+    again->Send(Go(0, "0"));
+    for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < 20s;) {
+        const std::lock_guard lock(mutex_);
+        if (!went_.empty() && went_.back() == "0")
+            break;
+    }
+    const std::lock_guard lock(mutex_);
+    EXPECT_THAT(went_, ElementsAre("7", "0"));
+}
+
+}  // namespace
+}  // namespace player
