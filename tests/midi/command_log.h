@@ -24,13 +24,16 @@ public:
         receiver.midiCommandCanceled = [this](unsigned int id) { Add("canceled " + std::to_string(id)); };
         receiver.sourceConnected = [this](unsigned int index) { Add("source " + std::to_string(index)); };
         notify::guiDispatcher.SetReceiver(std::move(receiver));
-        using namespace notify::names;
+        namespace names = notify::names;
+        AddCallback(names::midiCommandLearned, "learned");
+        AddCallback(names::midiSourceConnected, "connected");
+        int id = 0;
         for (const std::string_view name :
-             {midiCommandConductBeat, midiCommandContinuousMode, midiCommandPlay, midiCommandPause, midiCommandStop,
-              midiCommandNextSong, midiCommandPreviousSong, midiCommandNextMarker, midiCommandPreviousMarker,
-              midiCommandContinue, midiCommandNextPatch, midiCommandPreviousPatch, midiCommandLearned,
-              midiSourceConnected})
-            notify::callbackDispatcher.AddCallback(name, this, [this, name](const void*) { Add(std::string(name)); });
+             {names::midiCommandConductBeat, names::midiCommandContinuousMode, names::midiCommandPlay,
+              names::midiCommandPause, names::midiCommandStop, names::midiCommandNextSong,
+              names::midiCommandPreviousSong, names::midiCommandNextMarker, names::midiCommandPreviousMarker,
+              names::midiCommandContinue, names::midiCommandNextPatch, names::midiCommandPreviousPatch})
+            AddCallback(name, "fired " + std::to_string(id++));
     }
     ~CommandLog() {
         notify::callbackDispatcher.RemoveCallbacksForTarget(this);
@@ -45,6 +48,9 @@ public:
     }
 
 private:
+    void AddCallback(std::string_view name, const std::string& line) {
+        notify::callbackDispatcher.AddCallback(name, this, [this, line](const void*) { Add(line); });
+    }
     void Add(std::string line) {
         const std::lock_guard lock(mutex_);
         lines_.push_back(std::move(line));

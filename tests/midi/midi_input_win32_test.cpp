@@ -3,12 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "midi/midi_message_dispatcher.h"
@@ -20,7 +18,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using win32_layer::Fault;
 using win32_layer::Layer;
 
@@ -124,25 +121,6 @@ TEST_F(MidiInput, LogsWhatItsMessageSetsOffAndGoesOn) {
     dispatcher_->Disconnect();
     EXPECT_THAT(log.Take(),
                 ElementsAre("midi/win32/midi_input_win32: broken", "midi/win32/midi_input_win32: Unknown exception."));
-}
-
-TEST_F(MidiInput, EndsOnlyOnceItsMessageIsThrough) {
-    MustEnd("the end of a dispatcher", [&] {
-        Door door;
-        dispatcher_->SetInputFilter([&](const MIDIMessage&) {
-            door.Pass();
-            return true;
-        });
-        dispatcher_->ConnectWithSourceIndex(0);
-        dispatcher_->Start();
-        inputs_.Send(0, {0x80, 1, 1});
-        ASSERT_TRUE(door.WaitForArrival());
-        std::jthread end([&] { dispatcher_.reset(); });
-        // By now a dispatcher that does not wait is as good as gone.
-        for (int turn = 0; turn < 1000; ++turn)
-            std::this_thread::yield();
-        door.Open();
-    });
 }
 
 }  // namespace

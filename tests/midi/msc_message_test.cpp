@@ -13,10 +13,8 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// The message in one line, or why it is refused.
 std::string Parsed(const Bytes& bytes) {
-    // Of exactly that size, so that a read beyond the end is seen.
-    const Bytes exact(bytes);
     try {
-        const MscMessage message(exact.data(), exact.size());
+        const MscMessage message(bytes.data(), bytes.size());
         const MscCueNumber cue = message.EventId();
         return std::to_string(message.DeviceId()) + " " + std::to_string(static_cast<int>(message.Format())) + " " +
                std::to_string(static_cast<int>(message.Command())) + " [" + cue.number + "|" + cue.list + "|" +
