@@ -141,6 +141,22 @@ def play_show(binary, folder):
     check("evening: a full frame for each song", len(receiver.full) >= songs, len(receiver.full))
 
 
+def moved_songs(binary, folder):
+    shows = shutil.copytree(ROOT / "shows", folder / "moved")
+    path = shows / "evening.json"
+    check("verify: nothing has moved yet", "when the show was verified" not in run(binary, "verify", path).stderr, "")
+    show = json.loads(path.read_text())
+    gone = show["songs"].pop(0)["key"]
+    show["setList"] = [entry for entry in show["setList"] if entry["song"] != gone]
+    path.write_text(json.dumps(show))
+    warned = run(binary, "verify", path)
+    check("verify: every later song has moved", warned.stderr.count("when the show was verified before it was") ==
+          len(show["songs"]), warned.stderr)
+    check("verify: the first one to the beginning", " starts at 00:00:00:00 " in warned.stderr.splitlines()[0],
+          warned.stderr)
+    check("verify: said once", "when the show was verified" not in run(binary, "verify", path).stderr, "")
+
+
 def refuse(binary, folder):
     song = sorted((ROOT / "player/demo").glob("*.mid"))[0]
     for arguments, text in [(["--mtc", "60"], "frame rate '60' is none of 24, 25, 29.97df and 30"),
@@ -170,6 +186,7 @@ def main():
                             ("30", "10:00:00:29")]:
             play_song(binary, folder, rate, start)
         play_show(binary, folder)
+        moved_songs(binary, folder)
         refuse(binary, folder)
     for failure in failures:
         print("FAILED", failure)
