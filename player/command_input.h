@@ -1,8 +1,6 @@
 #pragma once
 
-#include <array>
 #include <atomic>
-#include <bitset>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -17,7 +15,6 @@
 #include "midi/learned_command.h"
 #include "midi/midi_command_tables.h"
 #include "midi/midi_commands.h"
-#include "midi/midi_message.h"
 #include "midi/midi_message_dispatcher.h"
 #include "player/pedal_settings.h"
 #include "player/show_document.h"
@@ -109,7 +106,7 @@ private:
     };
 
     void Close();
-    void PrepareSettingsFile();
+    bool PrepareSettingsFile();
     void ConnectTo(const std::string& name, unsigned char index);
     void TellWhatWasLearned();
     void WriteSettings();
@@ -118,7 +115,8 @@ private:
     void RequireOpen() const;
     unsigned char IdOf(const std::string& command) const;
     std::string NameOf(unsigned char id) const;
-    bool Passes(const MIDIMessage& message);
+    void SetFilter();
+    bool GiveUpRequest();
     void Fire(unsigned char id);
 
     const Settings settings_;
@@ -140,7 +138,6 @@ private:
 
     // Of the thread of the input.
     std::atomic<bool> onlyPresses_{true};
-    std::array<std::bitset<128>, 16> pressed_;  // by channel and controller
     std::mutex firingMutex_;
     std::map<unsigned char, std::chrono::milliseconds> leastIntervals_;  // guarded by firingMutex_
     std::map<unsigned char, Time> fired_;                                // guarded by firingMutex_

@@ -135,7 +135,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> learnedWords;
     learn.add_option("COMMAND", learnedWords, "The command, as: next song");
     learn.add_option("--input", learned.input, "The input of pedals and keys, by its name or index");
-    learn.add_option("--forget", learned.forgotten, "Forget the pedal of this command");
+    bool forgets = false;
+    learn.add_flag("--forget", forgets, "Forget the pedal of the command");
     player::ShowControlGo go;
     CLI::App& msc = *program.add_subcommand("msc", "MIDI Show Control, for testing a rig.");
     msc.require_subcommand(1);
@@ -173,7 +174,7 @@ int main(int argc, char** argv) {
         if (monitor.parsed())
             return player::MonitorInput(monitored);
         if (learn.parsed()) {
-            learned.command = Joined(learnedWords);
+            (forgets ? learned.forgotten : learned.command) = Joined(learnedWords);
             return player::LearnCommand(learned);
         }
         if (mscSend.parsed())

@@ -23,8 +23,8 @@ namespace player {
 /// Owner:   the program; the transport, which uses it, goes first.
 /// Threads: OpenShow() and SetArmed() on one thread at a time, the transport's; Poll()
 ///          and GetReport() on any. Messages arrive on a thread of the platform's.
-/// Lock:    inputMutex_, held while the input is opened and closed; mutex_, a leaf, which
-///          alone the thread of the input takes.
+/// Lock:    inputMutex_, held while the input is opened and closed; mutex_, which alone the
+///          thread of the input takes, before those of posting.
 /// Errors:  none leave it: what cannot be had is said, what cannot be understood counted.
 /// Standard: MIDI Show Control 1.0; which parts of it, docs/commands.md says.
 class ShowControl {

@@ -112,7 +112,7 @@ private:
     void OpenShow(std::shared_ptr<const Show> show);
     void Resume(const ShowState& state);
     CommandAnswer SwitchToShow(std::shared_ptr<const Show> show);
-    CommandAnswer SelectSong(const std::string& name);
+    CommandAnswer SelectSong(std::size_t song);
     CommandAnswer GoToEntry(bool forward);
     CommandAnswer EditSetList(const TransportCommand& command);
     CommandAnswer Save();

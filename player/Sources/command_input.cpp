@@ -1,9 +1,12 @@
 #include "player/command_input.h"
 
 #include <algorithm>
+#include <array>
+#include <bitset>
 #include <cctype>
 #include <exception>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -172,14 +175,19 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
         try {
             const std::vector<std::string> names = MidiInput::GetNames();
             pedals_.input = names.at(MidiInput::Select(settings_.input));
+            WritePedals();
         } catch (const std::invalid_argument& error) {
             settings_.say(error.what());
         }
     }
-    PrepareSettingsFile();
+    if (!PrepareSettingsFile()) {
+        path_.clear();
+        Publish();
+        return;
+    }
     onlyPresses_ = !pedals_.everyValueOf.contains(pedals_.input);
     dispatcher_ = std::make_unique<MidiMessageDispatcher>();
-    dispatcher_->SetInputFilter([this](const MIDIMessage& message) { return Passes(message); });
+    SetFilter();
     const std::u8string path = path_.u8string();
     commands_ = std::make_unique<midi_commands::MidiCommands>(*dispatcher_, std::string(path.begin(), path.end()));
     isConnected_ = commands_->HasMidiSource();
@@ -207,8 +215,6 @@ void CommandInput::Close() {
     commands_.reset();
     dispatcher_.reset();
     isConnected_ = false;
-    for (std::bitset<128>& controllers : pressed_)
-        controllers.reset();
     const std::lock_guard firing(firingMutex_);
     leastIntervals_.clear();
     fired_.clear();
@@ -216,20 +222,28 @@ void CommandInput::Close() {
 
 /// What the engine could not read, and would write over, is put aside. Where the input is
 /// known by name, the engine finds it in the file by the index that it has today, or not
-/// at all.
-void CommandInput::PrepareSettingsFile() {
+/// at all. False for a file that must be left alone.
+bool CommandInput::PrepareSettingsFile() {
+    std::error_code error;
+    if (fs::exists(path_, error) && !std::ifstream(path_).good()) {
+        settings_.say(DisplayText(path_.string()) + ": cannot be read; no pedal is heard, so that it stays as it is");
+        return false;
+    }
     std::string text = ReadText(path_);
     if (!text.empty() && !IsWhole(text)) {
         fs::path aside = path_;
         aside += ".damaged";
-        std::error_code error;
+        for (int count = 2; fs::exists(aside, error); ++count)
+            aside = path_.string() + ".damaged" + std::to_string(count);
         fs::rename(path_, aside, error);
         settings_.say(DisplayText(path_.string()) + ": holds no learned commands; " +
                       (error ? error.message() : "it is kept as " + DisplayText(aside.filename().string())));
+        if (error)
+            return false;
         text.clear();
     }
     if (pedals_.input.empty())
-        return;
+        return true;
     if (text.empty())
         text = SettingsOf({}, std::nullopt);
     const std::vector<std::string> names = MidiInput::GetNames();
@@ -243,12 +257,13 @@ void CommandInput::PrepareSettingsFile() {
         aimed[kHeader.size() + 1] = static_cast<char>(index);
     }
     if (aimed == ReadText(path_))
-        return;
+        return true;
     try {
         WriteText(path_, aimed);
-    } catch (const std::exception& error) {
-        settings_.say(error.what());
+    } catch (const std::exception& failure) {
+        settings_.say(failure.what());
     }
+    return true;
 }
 
 // ---- learning
@@ -270,8 +285,13 @@ std::string CommandInput::Learn(const std::string& command) {
 
 void CommandInput::GiveUp() {
     const std::lock_guard lock(mutex_);
-    if (!request_)
+    if (!GiveUpRequest())
         throw std::invalid_argument("no command waits for its pedal");
+}
+
+bool CommandInput::GiveUpRequest() {
+    if (!request_)
+        return false;
     // The engine knows no way back: the request is answered with what nobody can send.
     // Bound before, that message is swallowed where the pedal was faster.
     const std::pair<unsigned char, unsigned char> key = {kNobodysMessage.status, kNobodysMessage.data1};
@@ -288,9 +308,12 @@ void CommandInput::GiveUp() {
         settings_.say("nothing was learned for " + NameOf(id));
     }
     dispatcher_->RemoveMidiBinding(key);
+    // The pedal was faster; whatever came of it, nothing waits any more.
     TellWhatWasLearned();
+    request_.reset();
     WriteSettings();
     Publish();
+    return true;
 }
 
 /// Where the request has been answered.
@@ -314,6 +337,8 @@ void CommandInput::Unlearn(const std::string& command) {
     const std::lock_guard lock(mutex_);
     RequireOpen();
     const unsigned char id = IdOf(command);
+    if (request_)
+        throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal; see: give up learning");
     if (!commands_->GetLearnedCommands().contains(id))
         throw std::invalid_argument("no pedal was learned for " + NameOf(id));
     commands_->UnsetMidiCommand(id);
@@ -343,13 +368,14 @@ void CommandInput::ConnectTo(const std::string& name, unsigned char index) {
     if (name == pedals_.input)
         dispatcher_->Disconnect();
     isConnected_ = false;
+    onlyPresses_ = !pedals_.everyValueOf.contains(name);
+    SetFilter();
     commands_->ConnectSourceByIndex(index);
     isConnected_ = true;
     // Binding anew what was learned is no answer.
     if (dispatcher_->IsLearning())
         isAnswered_ = false;
     pedals_.input = name;
-    onlyPresses_ = !pedals_.everyValueOf.contains(name);
 }
 
 void CommandInput::SetOnlyPresses(bool onlyPresses) {
@@ -381,14 +407,18 @@ void CommandInput::SetLeastInterval(const std::string& command, std::chrono::mil
     Publish();
 }
 
-bool CommandInput::Passes(const MIDIMessage& message) {
-    if (message.GetStatus() != 0xB0)
-        return true;
-    const std::size_t controller = message.data1 & 0x7Fu;
-    const bool isPressed = message.data2 >= kPressed;
-    const bool wasPressed = pressed_[message.GetChannel()][controller];
-    pressed_[message.GetChannel()][controller] = isPressed;
-    return !onlyPresses_ || (isPressed && !wasPressed);
+/// With nothing pressed, as an input begins.
+void CommandInput::SetFilter() {
+    using Pressed = std::array<std::bitset<128>, 16>;  // by channel and controller
+    dispatcher_->SetInputFilter([this, pressed = std::make_shared<Pressed>()](const MIDIMessage& message) {
+        if (message.GetStatus() != 0xB0)
+            return true;
+        const std::size_t controller = message.data1 & 0x7Fu;
+        const bool isPressed = message.data2 >= kPressed;
+        const bool wasPressed = (*pressed)[message.GetChannel()][controller];
+        (*pressed)[message.GetChannel()][controller] = isPressed;
+        return !onlyPresses_ || (isPressed && !wasPressed);
+    });
 }
 
 void CommandInput::Fire(unsigned char id) {
@@ -407,35 +437,27 @@ void CommandInput::Fire(unsigned char id) {
 }
 
 void CommandInput::Poll() {
-    bool isOverdue = false;
-    {
-        const std::lock_guard lock(mutex_);
-        if (!commands_)
-            return;
-        TellWhatWasLearned();
-        isOverdue = request_ && settings_.now() - request_->since >= kLearnPatience;
-        if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
-            nextLook_ = now + kBetweenLooks;
-            const std::vector<std::string> names = MidiInput::GetNames();
-            const auto found = std::find(names.begin(), names.end(), pedals_.input);
-            try {
-                if (found != names.end()) {
-                    ConnectTo(pedals_.input, static_cast<unsigned char>(found - names.begin()));
-                    settings_.say("the command input '" + DisplayText(pedals_.input) + "' is there");
-                }
-            } catch (const std::exception&) {
-                // It is tried again.
+    const std::lock_guard lock(mutex_);
+    if (!commands_)
+        return;
+    TellWhatWasLearned();
+    if (request_ && settings_.now() - request_->since >= kLearnPatience)
+        GiveUpRequest();
+    if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
+        nextLook_ = now + kBetweenLooks;
+        const std::vector<std::string> names = MidiInput::GetNames();
+        const auto found = std::find(names.begin(), names.end(), pedals_.input);
+        try {
+            if (found != names.end()) {
+                ConnectTo(pedals_.input, static_cast<unsigned char>(found - names.begin()));
+                settings_.say("the command input '" + DisplayText(pedals_.input) + "' is there");
             }
+        } catch (const std::exception&) {
+            // It is tried again.
         }
-        WriteSettings();
-        Publish();
     }
-    try {
-        if (isOverdue)
-            GiveUp();
-    } catch (const std::invalid_argument&) {
-        // Answered, or given up by the operator, just now.
-    }
+    WriteSettings();
+    Publish();
 }
 
 // ---- what is kept
@@ -493,7 +515,7 @@ void CommandInput::Publish() {
     if (commands_) {
         const Learned learned = commands_->GetLearnedCommands();
         report.input = pedals_.input;
-        report.isOpen = commands_->HasMidiSource();
+        report.isOpen = isConnected_;
         report.onlyPresses = onlyPresses_;
         report.learned = learnedCount_;
         report.learning = request_ ? NameOf(request_->id) : std::string();

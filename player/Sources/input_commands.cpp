@@ -15,6 +15,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "player/command_input.h"
@@ -175,11 +176,16 @@ void SendLong(unsigned int device, std::vector<std::uint8_t> bytes) {
     // Comes back with the answer of the device; there is no other way to hear of it
     // without a callback.
     const auto start = std::chrono::steady_clock::now();
-    while (midiOutUnprepareHeader(output, &header, sizeof(header)) == MIDIERR_STILLPLAYING &&
-           std::chrono::steady_clock::now() - start < kSendPatience)
+    bool isStuck = false;
+    while (midiOutUnprepareHeader(output, &header, sizeof(header)) == MIDIERR_STILLPLAYING) {
+        if (std::chrono::steady_clock::now() - start > kSendPatience && !std::exchange(isStuck, true))
+            midiOutReset(output);
         std::this_thread::sleep_for(1ms);
+    }
     midiOutClose(output);
     check(result);
+    if (isStuck)
+        throw std::runtime_error("the output does not take it");
 }
 
 }  // namespace
@@ -219,6 +225,8 @@ int LearnCommand(const LearnRequest& request) {
     try {
         const ShowDocument show = ReadShowFile(request.show);
         const OutputDevices devices;
+        if (!request.input.empty())
+            MidiInput::Select(request.input);
         CommandInput input({request.input, [](CommandKind) {},
                             [](const std::string& text) { std::fprintf(stderr, "vemo_player: %s\n", text.c_str()); }});
         input.OpenShow(request.show, show.kind);

@@ -188,6 +188,8 @@ OperatorKeys::Action OperatorKeys::AnswerQuit(int key) {
 OperatorKeys::Action OperatorKeys::ChoosePedal(int key, const ScreenModel& model) {
     const std::size_t count = model.pedals.size();
     pedal_ = std::min(pedal_, count == 0 ? 0 : count - 1);
+    if (!model.learning.empty())
+        return {"give up learning", false, false};
     switch (key) {
         case kUp: pedal_ -= pedal_ > 0 ? 1 : 0; return {};
         case kDown: pedal_ += pedal_ + 1 < count ? 1 : 0; return {};
@@ -198,9 +200,6 @@ OperatorKeys::Action OperatorKeys::ChoosePedal(int key, const ScreenModel& model
         case '\b': return {count > 0 ? "unlearn " + model.pedals[pedal_].command : "", false, false};
         default: break;
     }
-    // The first one gives up what waits for a pedal.
-    if (!model.learning.empty())
-        return {"give up learning", false, false};
     if (key == kEscape || key == kInterrupt || key == 'L' || key == 'q' || key == kTab)
         showsPedals_ = false;
     return {};

@@ -82,6 +82,7 @@ public:
         {
             std::lock_guard lock(mutex_);
             lines.swap(lines_);
+            latest_.clear();
         }
         for (const std::string& line : lines)
             Complain(line);

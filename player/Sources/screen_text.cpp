@@ -251,20 +251,6 @@ private:
             at += DrawLamp(row, at, model_.showControlState == "off" ? "SC OFF" : "SC MISSING",
                            ScreenText::kWarning | ScreenText::kBold);
 
-        std::string device;
-        unsigned style = ScreenText::kGood;
-        if (model_.songsLoaded < model_.songsToLoad)
-            device = zell::format("loading %d/%d  ", model_.songsLoaded, model_.songsToLoad);
-        if (model_.deviceState == "ok" || model_.deviceState.empty()) {
-            device += canvas_.Either("● ", "* ") + model_.deviceName;
-        } else {
-            device += canvas_.Either("✗ ", "! ") + model_.deviceName + " " + UpperCase(model_.deviceState);
-            style = ScreenText::kBad | ScreenText::kBold;
-        }
-        const int clockColumns = ColumnsOf(frame_.wallClock) + 2;
-        const int deviceColumns = std::min(ColumnsOf(device), width / 2 - clockColumns);
-        canvas_.Put(row, width - clockColumns - deviceColumns, deviceColumns, device, style);
-        canvas_.Put(row, width - clockColumns, clockColumns - 1, frame_.wallClock, ScreenText::kBold, Align::kRight);
         const bool isLost = model_.timeCodeState == "lost";
         std::string timeCode = "TC off";
         if (isLost)
@@ -272,6 +258,23 @@ private:
         else if (model_.timeCodeState == "on")
             timeCode = std::string(canvas_.Either("● ", "* ")) + "TC " + model_.timeCode;
         const int lampColumns = ColumnsOf(timeCode) + 2;
+        const int clockColumns = ColumnsOf(frame_.wallClock) + 2;
+        const int room = width - at - lampColumns - clockColumns;
+
+        const bool isWorking = model_.deviceState == "ok" || model_.deviceState.empty();
+        std::string device = isWorking
+                                 ? canvas_.Either("● ", "* ") + model_.deviceName
+                                 : canvas_.Either("✗ ", "! ") + model_.deviceName + " " + UpperCase(model_.deviceState);
+        if (model_.songsLoaded < model_.songsToLoad) {
+            // Soon over: the first to give way.
+            const std::string loading = zell::format("loading %d/%d  ", model_.songsLoaded, model_.songsToLoad);
+            if (ColumnsOf(loading) + ColumnsOf(device) <= room)
+                device = loading + device;
+        }
+        const int deviceColumns = std::min({ColumnsOf(device), width / 2 - clockColumns, std::max(room, 0)});
+        canvas_.Put(row, width - clockColumns - deviceColumns, deviceColumns, device,
+                    isWorking ? ScreenText::kGood : ScreenText::kBad | ScreenText::kBold);
+        canvas_.Put(row, width - clockColumns, clockColumns - 1, frame_.wallClock, ScreenText::kBold, Align::kRight);
         const int lampAt = width - clockColumns - deviceColumns - lampColumns;
         canvas_.Put(row, lampAt, lampColumns - 2, timeCode, isLost ? ScreenText::kBad | ScreenText::kBold : 0u);
         canvas_.Put(row, at, lampAt - at - 1, model_.showTitle);
@@ -526,11 +529,12 @@ private:
     void DrawPedals(int row, int rows) {
         for (int i = 0; i < rows; ++i)
             canvas_.Fill(row + i, 0, frame_.columns, " ");
-        canvas_.Put(row, 2, frame_.columns - 2,
-                    "Pedals   Enter: learn   Backspace: forget   Esc: back   input: " +
-                        (model_.inputName.empty() ? "none, see :command input DEVICE" : model_.inputName) +
+        canvas_.Put(row++, 2, frame_.columns - 2,
+                    "Input: " + (model_.inputName.empty() ? "none; see :command input DEVICE" : model_.inputName) +
                         (model_.inputState == "missing" ? " (not there)" : "") +
                         (model_.onlyPresses ? "" : "  every value fires"));
+        canvas_.Put(row, 2, frame_.columns - 2, "Enter: learn   Backspace: forget   Esc: back", ScreenText::kBold);
+        --rows;
         // Around the chosen one, where not all have room.
         const int count = static_cast<int>(model_.pedals.size());
         const int chosen = std::min(static_cast<int>(keys_.GetSelectedPedal()), count - 1);

@@ -45,7 +45,7 @@ std::pair<std::size_t, std::optional<std::uint32_t>> Show::FindCue(const std::st
         std::size_t marker = 0;
         const std::string_view number = text.substr(point + 1);
         const auto parsed = std::from_chars(number.data(), number.data() + number.size(), marker);
-        if (song != songs_.end() && song->song && parsed.ptr == number.data() + number.size())
+        if (song != songs_.end() && song->song && parsed.ec == std::errc() && std::to_string(marker) == number)
             for (const CL::Marker& candidate : song->song->log.GetMarkers())
                 if (marker-- == 1)
                     return {static_cast<std::size_t>(song - songs_.begin()), candidate.abs_time()};

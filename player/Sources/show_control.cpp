@@ -124,11 +124,16 @@ void ShowControl::Take(const std::uint8_t* bytes, std::size_t count) {
         return;
     }
     const Time now = settings_.now();
+    bool isPending = false;
+    {
+        const std::lock_guard lock(mutex_);
+        CountAnswers();
+        isPending = !answers_.empty();
+    }
+    // In this order: one that is still to be carried out will play.
     const bool isPlaying = !cue.empty() && settings_.plays(cue);
     const std::lock_guard lock(mutex_);
-    CountAnswers();
-    // One that is still to be carried out will play.
-    if ((isPlaying || !answers_.empty()) && cue == latestCue_ && now - latestGo_ < kRepeatTime)
+    if ((isPlaying || isPending) && cue == latestCue_ && now - latestGo_ < kRepeatTime)
         return;
     latestCue_ = cue;
     latestGo_ = now;

@@ -315,7 +315,7 @@ CommandAnswer Transport::ExecuteInShow(const TransportCommand& command) {
     if (!show_)
         return Refused("no show is open");
     switch (command.kind) {
-        case Kind::kSelect: return SelectSong(command.text);
+        case Kind::kSelect: return SelectSong(FindSong(command.text));
         case Kind::kNextSong: return GoToEntry(true);
         case Kind::kPreviousSong: return GoToEntry(false);
         case Kind::kSave: return Save();
@@ -559,8 +559,7 @@ const ShowSong& Transport::CurrentSong() const {
     return show_->GetSongs()[song_.value()];
 }
 
-CommandAnswer Transport::SelectSong(const std::string& name) {
-    const std::size_t song = FindSong(name);
+CommandAnswer Transport::SelectSong(std::size_t song) {
     const ShowSong& wanted = show_->GetSongs()[song];
     if (!wanted.song)
         return Refused(Song(wanted) + " cannot be played: " + wanted.fault);
@@ -578,9 +577,11 @@ CommandAnswer Transport::SelectSong(const std::string& name) {
 
 CommandAnswer Transport::Go(const std::string& cue) {
     if (cue.empty())
-        return state_ == State::kPlaying ? Refused("the music plays already") : Start();
+        return state_ == State::kPlaying ? Refused("the music plays already")
+               : song_                   ? Start()
+                                         : Refused("no song is selected");
     const auto [song, marker] = show_->FindCue(cue);
-    const CommandAnswer selected = SelectSong(show_->GetSongs()[song].key);
+    const CommandAnswer selected = SelectSong(song);
     if (!selected.done)
         return selected;
     if (marker)

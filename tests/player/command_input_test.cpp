@@ -214,14 +214,17 @@ TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
 
 TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
     const std::string whole("\x14MidiCommandsSettings\0\0\0\0\0\1\0\2\x90\0\x3C", 32);
+    std::string kept = "show.json.commands.damaged";
+    int count = 2;
     for (const std::string& damaged : std::vector<std::string>{whole.substr(0, 31), whole.substr(0, 10), "x" + whole,
                                                                whole.substr(0, 28) + "\x0C" + whole.substr(29)}) {
         input_.reset();
         folder_.Put("show.json.commands", damaged);
         Open();
-        EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.damaged"), damaged);
+        EXPECT_EQ(TemporaryFolder::Contents(folder_ / kept), damaged);
         EXPECT_THAT(Said(), ElementsAre(AllOf(HasSubstr("show.json.commands: holds no learned commands"),
-                                              HasSubstr("kept as show.json.commands.damaged"))));
+                                              HasSubstr("kept as " + kept))));
+        kept = "show.json.commands.damaged" + std::to_string(count++);
         EXPECT_EQ(BindingOf("Play"), "");
     }
     input_.reset();

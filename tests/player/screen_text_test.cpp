@@ -124,6 +124,20 @@ TEST(ScreenText, TheTimeCodeLampSaysWhatIsSent) {
     EXPECT_THAT(Draw(model, Keys(), 80, 24)[0], HasSubstr(" ● TC 01:02:03:04  "));
 }
 
+TEST(ScreenText, TheLampsOfTheInputsSayWhatIsHeard) {
+    const auto drawn = [](const std::string& input, const std::string& control) {
+        ScreenModel model = Playing();
+        model.Take(R"({"state":{"commandInput":{"state":")" + input + R"("},"showControl":{"state":")" + control +
+                   R"(","refused":3,"newestRefusal":"Invalid Msc command"}}})");
+        return Joined(Draw(model, Keys(), 80, 24));
+    };
+    EXPECT_THAT(drawn("none", "none"), testing::Not(testing::AnyOf(HasSubstr("PEDALS"), HasSubstr("SC "))));
+    EXPECT_THAT(drawn("missing", "on"), testing::AllOf(HasSubstr("NO PEDALS"), HasSubstr("● SC"),
+                                                       HasSubstr("3 refused, the newest: Invalid Msc command")));
+    EXPECT_THAT(drawn("on", "off"), HasSubstr("SC OFF"));
+    EXPECT_THAT(drawn("on", "missing"), HasSubstr("SC MISSING"));
+}
+
 TEST(ScreenModel, LinesOfAnotherKindChangeNothing) {
     ScreenModel model = Playing();
     for (const char* line : {"", "{", "[]", "7", "null", "\xFF", R"({"event":"state","state":7})",
@@ -256,6 +270,35 @@ TEST(OperatorKeys, QuittingAsksWhileTheMusicPlays) {
             EXPECT_EQ(Press(keys, answer, model), outcome);
             EXPECT_EQ(keys.GetPrompt(kNow), "");
         }
+}
+
+TEST(OperatorKeys, PedalsAreLearnedInRehearsalAlone) {
+    ScreenModel model = Playing();
+    model.Take(R"({"state":{"commandInput":{"name":"Pedals","state":"on","onlyPresses":true,"learning":"","commands":[)"
+               R"({"name":"Play","binding":"","leastMilliseconds":0},)"
+               R"({"name":"Stop","binding":"note 60, channel 1","leastMilliseconds":300}]}}})");
+    Keys keys;
+    EXPECT_EQ(Press(keys, 'L', model), "");
+    EXPECT_FALSE(keys.ShowsPedals());
+    EXPECT_THAT(keys.GetPrompt(kNow), HasSubstr("rehearsal mode: Tab"));
+    Press(keys, Keys::kTab, model);
+    Press(keys, 'L', model);
+    Press(keys, Keys::kDown, model);
+    Press(keys, Keys::kDown, model);
+    const std::string all = Joined(Draw(model, keys, 80, 24));
+    for (const char* wanted : {"Input: Pedals", "Play               -", "note 60, channel 1, not again within 300 ms"})
+        EXPECT_THAT(all, HasSubstr(wanted));
+    EXPECT_EQ(Press(keys, Keys::kEnter, model), "learn Stop");
+    EXPECT_EQ(Press(keys, Keys::kBackspace, model), "unlearn Stop");
+    model.learning = "Stop";
+    EXPECT_THAT(Joined(Draw(model, keys, 80, 24)), HasSubstr("Press the pedal for Stop"));
+    EXPECT_EQ(Press(keys, Keys::kEscape, model), "give up learning");
+    EXPECT_TRUE(keys.ShowsPedals());
+    EXPECT_EQ(Press(keys, 'x', model), "panic");
+    model.learning.clear();
+    Press(keys, Keys::kEscape, model);
+    EXPECT_FALSE(keys.ShowsPedals());
+    EXPECT_EQ(Press(keys, 'c', model), "show control off");
 }
 
 TEST(OperatorKeys, TracksAndTypedCommands) {

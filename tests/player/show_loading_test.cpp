@@ -206,7 +206,8 @@ TEST_F(ShowLoading, ACueIsASongOfThatNumberElseAMarkerOfOne) {
     EXPECT_EQ(show->FindCue("2"), Cue(1, std::nullopt));
     EXPECT_EQ(show->FindCue("7.2"), Cue(0, 768));
     EXPECT_EQ(show->FindCue("1.2"), Cue(2, 96));
-    for (const char* cue : {"", "3", "07", "7.", "7.0", "7.3", "7.2.1", "7.2x", "2.1", ".1", "7.18446744073709551617"})
+    for (const char* cue :
+         {"", "3", "07", "7.", "7.0", "7.3", "7.2.1", "7.2x", "7.02", "2.1", ".1", "7.18446744073709551617"})
         EXPECT_THROW(show->FindCue(cue), std::invalid_argument) << cue;
 }
 
