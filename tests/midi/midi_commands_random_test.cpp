@@ -341,6 +341,7 @@ TEST_F(RandomCommands, AFloodOfMessagesOutlastsTheReplacingOfInputs) {
             EXPECT_TRUE(fired.WaitFor(before + 1));
         }
         sender.join();
+        dispatcher_->Disconnect();  // before what the function counts in is gone
         EXPECT_EQ(late, 0) << "a function ran on when its dispatcher was gone";
     });
 }
