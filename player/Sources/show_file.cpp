@@ -173,11 +173,12 @@ public:
             });
         });
         members.Optional("showControl", [&](const Node& node) {
-            ShowDocument::ShowControl& control = show.showControl.emplace();
+            ShowDocument::ShowControl control;
             Members controls(faults_, node);
             controls.Required("input", [&](const Node& input) { ReadText(input, control.input); });
             controls.Optional("deviceId", [&](const Node& id) { ReadInteger(id, 0, 111, control.deviceId); });
             controls.Optional("cueList", [&](const Node& list) { ReadText(list, control.cueList); });
+            show.showControl = control;
         });
         return show;
     }

@@ -581,7 +581,7 @@ CommandAnswer Transport::Go(const std::string& cue) {
                : song_                   ? Start()
                                          : Refused("no song is selected");
     const auto [song, marker] = show_->FindCue(cue);
-    const CommandAnswer selected = SelectSong(song);
+    CommandAnswer selected = SelectSong(song);
     if (!selected.done)
         return selected;
     if (marker)
