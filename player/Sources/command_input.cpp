@@ -466,7 +466,8 @@ void CommandInput::WriteSettings() {
     const auto source =
         isConnected_ ? std::optional<unsigned char>(commands_->GetConnectedSourceIndex()) : std::nullopt;
     const std::string text = SettingsOf(commands_->GetLearnedCommands(), source);
-    if (text == written_)
+    // Nobody wants an empty file beside a show that has no pedals.
+    if (text == written_ || (written_.empty() && text == SettingsOf({}, std::nullopt)))
         return;
     try {
         WriteText(path_, text);
