@@ -42,6 +42,8 @@ public:
         std::function<void()> quit;
         /// Null: nothing is known of single channels.
         const ActivityMeter* activity = nullptr;
+        /// Whether the device is unplugged, on the server's thread; empty: it never is.
+        std::function<bool()> deviceIsLost{};
     };
 
     ControlServer(Settings settings, Transport& transport, PlaybackFeed& feed);

@@ -97,8 +97,6 @@ public:
     /// Instead of the song's; the host sends it at once.
     void SetUserProgram(unsigned short id, unsigned char program);
     void FollowPrograms();
-    /// The next cycle sends the whole state.
-    void Resend() { resend_ = true; }
     /// The next cycle gives back the controllers and bends that a silencing has reset;
     /// no note is struck again.
     void Restore() { restore_ = true; }
@@ -163,9 +161,7 @@ private:
     bool wantsCycles_ = false;
     bool isAhead_ = false;  // in a song that is not heard yet
     bool seekBeforeFill_ = false;
-    bool resend_ = false;
     bool restore_ = false;
-    bool resends_ = false;  // this cycle does
     bool deviceIsFresh_ = false;
     bool completePrograms_ = false;
     Entry entry_ = Entry::kCold;

@@ -36,6 +36,8 @@ public:
     /// Every controller, the program and the bend of the channel that were ever sent.
     void AppendState(int channel, std::vector<vemo_midi::VoiceEvent>& events) const;
 
+    /// Strikes every note that sounds on the channel, as it was last struck.
+    void AppendNotes(int channel, std::vector<vemo_midi::VoiceEvent>& events) const;
     /// One note-off for every note that sounds on the channel.
     void AppendNoteOffs(int channel, std::vector<vemo_midi::VoiceEvent>& events) const;
     /// Pedals that hold notes, up, where they are down.
@@ -45,6 +47,7 @@ private:
     static std::size_t Index(int channel, int number) { return static_cast<std::size_t>(channel * 128 + number); }
 
     std::array<std::uint8_t, kChannels * 128> notes_{};
+    std::array<std::uint8_t, kChannels * 128> velocities_{};
     std::array<std::uint8_t, kChannels * 128> controllers_;
     std::array<std::uint8_t, kChannels> programs_;
     std::array<std_midi::VoiceMessage, kChannels> bends_{};  // status 0 until one was sent

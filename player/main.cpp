@@ -37,7 +37,8 @@ int Inspect(const std::vector<std::string>& files) {
 }
 
 int ListDevices() {
-    const player::OutputDevices devices;
+    const player::OutputDevices devices(player::OutputDevices::Kinds::kAll,
+                                        [](const std::string& text) { std::cerr << "vemo_player: " << text << '\n'; });
     std::cout << CreateMidiDeviceSummary() << '\n';
     const std::vector<std::string> inputs = player::MidiInput::GetNames();
     std::cout << "MIDI inputs:" << (inputs.empty() ? " none\n" : "\n");

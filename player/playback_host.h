@@ -98,7 +98,10 @@ public:
     void SetClickIsMuted(bool muted);
     void IncreaseGuiDelay() { output_->IncreaseGuiDelay(); }
     void DecreaseGuiDelay() { output_->DecreaseGuiDelay(); }
-    /// Gives a device that has lost its state the whole of it again.
+    /// The device hears nothing from now on: what it holds is what it holds now.
+    void NoteOutputLoss();
+    /// Gives a device that has lost its state, or was away, the whole of it at once: what
+    /// sounds is ended and struck again.
     void Resend();
     /// Where nothing plays, sends the place as time code.
     void TellPlace();
@@ -196,6 +199,7 @@ private:
     bool panicked_ = false;  // since the start: what should sound on may not sound
     std::uint64_t playedClocks_ = 0;
     DeviceState playedState_;
+    std::optional<DeviceState> lostState_;  // when the device was lost
     double sentClockTime_ = 0;
     std::chrono::nanoseconds songStartTime_{0};
     bool hasSongStartTime_ = false;

@@ -73,7 +73,7 @@ struct ScreenModel {
     std::size_t songsLoaded = 0;
     std::size_t songsToLoad = 0;
     std::string deviceName;
-    std::string deviceState;  // "ok", "stalled" or "fault"
+    std::string deviceState;  // "ok", "stalled", "lost" or "fault"
     std::string timeCodeState = "off";
     std::string timeCodeRate;  // "25 fps"
     std::string timeCode;      // the label that is sent; empty: none

@@ -28,7 +28,7 @@ public:
     /// songs are built.
     struct Device {
         std::string name;
-        std::string state;  // "ok", "stalled" or "fault"
+        std::string state;  // "ok", "stalled", "lost" or "fault"
         bool operator==(const Device&) const = default;
     };
     /// Of the time code that is sent.

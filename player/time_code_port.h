@@ -21,7 +21,7 @@ class TimeCodePort {
 public:
     enum class State {
         kWorking,
-        kFailing  // the latest message was refused, or the device is behind by a whole queue
+        kFailing  // it is unplugged, refused the latest message, or is behind by a whole queue
     };
 
     /// device: its index.
@@ -41,6 +41,7 @@ public:
 
 private:
     struct Line;
+    const unsigned int device_;
     const std::shared_ptr<Line> line_;
 };
 

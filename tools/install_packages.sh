@@ -6,9 +6,10 @@ set -euo pipefail
 packages=()
 for group in "$@"; do
     case $group in
-        play) packages+=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libncurses-dev) ;;
+        play) packages+=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libncurses-dev
+                         librtmidi-dev) ;;
         check) packages+=(libgtest-dev libgmock-dev libbenchmark-dev clang-16 libclang-rt-16-dev clang-format-16
-                          clang-tidy-16 python3 python3-jsonschema python3-mido) ;;
+                          clang-tidy-16 python3 python3-jsonschema python3-mido jackd2 python3-jack-client) ;;
         windows) packages+=(g++-mingw-w64-x86-64-posix python3) ;;
         *) echo "install_packages.sh: no group $group" >&2; exit 2 ;;
     esac

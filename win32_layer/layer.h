@@ -38,6 +38,12 @@ enum class Delivery {
     kInline   // MOM_DONE inside midiStreamOut: for tests and for playing in virtual time
 };
 
+/// What happens to an output that is open.
+enum class OutputChange {
+    kLost,     // it was removed; what is sent to it is gone, and its buffers come back at once
+    kReturned  // one of its identity was added, and has its place: it holds nothing of what was sent before
+};
+
 struct Counters {
     int openStreams = 0;
     int openInputs = 0;
@@ -56,19 +62,32 @@ struct Counters {
 /// Owner:   the process; Instance().
 /// Threads: any.
 /// Lock:    its own, never held while a device, an observer or a callback of the
-///          engine runs.
+///          engine runs; but see SetOutputObserver().
 class WIN32_LAYER_EXPORT Layer {
 public:
     using TimeSource = std::function<std::chrono::nanoseconds()>;
     using Observer = std::function<void(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time)>;
 
+    using OutputObserver = std::function<void(std::size_t index, OutputChange change)>;
+
     static Layer& Instance();
 
-    /// Devices are listed in the order of adding. An input that is open hears nothing when
-    /// its device is removed, and a device of the same identity when that is added.
-    void AddOutput(std::shared_ptr<MidiOutputDevice> device);
+    /// Devices are listed in the order of adding, and an index keeps its meaning: one
+    /// that is removed is lost and stays listed, and no other takes its place but one of
+    /// its identity, which the streams that are open on it then play on. False where that
+    /// one refuses to be opened for them; it is not listed then.
+    /// An input that is open hears nothing when its device is removed, and a device of the
+    /// same identity when that is added.
+    bool AddOutput(std::shared_ptr<MidiOutputDevice> device);
     void RemoveOutput(const std::shared_ptr<MidiOutputDevice>& device);
+    /// Those that are not lost.
     std::vector<std::shared_ptr<MidiOutputDevice>> GetOutputs() const;
+    /// False beyond the list.
+    bool IsOutputLost(std::size_t index) const;
+    /// Hears when an output that is open is lost and returns, on the thread that removes or adds the device. No
+    /// output opens, closes, comes or goes meanwhile: it must only post. No call of the one
+    /// before runs or begins once this has returned; empty switches it off.
+    void SetOutputObserver(OutputObserver observer);
 
     void AddInput(std::shared_ptr<MidiInputDevice> device);
     void RemoveInput(const std::shared_ptr<MidiInputDevice>& device);

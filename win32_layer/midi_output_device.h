@@ -17,14 +17,17 @@ namespace win32_layer {
 ///          the layer held; it must not wait for a wire or for hardware (a device
 ///          queues within a bound and discards beyond it).
 ///          Open() and Close() come in pairs, one pair for each stream; several
-///          streams may have one device open at a time.
+///          streams may have one device open at a time. Meanwhile the layer opens and
+///          closes no other output, so that neither they nor a thread that they wait
+///          for may add or remove one. Of a device that is being removed Play() may
+///          still run, or begin, when Close() does.
 /// Errors:  Open() false refuses the open (MMSYSERR_ALLOCATED). Nothing throws.
 class WIN32_LAYER_EXPORT MidiOutputDevice {
 public:
     virtual ~MidiOutputDevice();
     /// Up to 32 characters are shown.
     virtual std::wstring GetName() const = 0;
-    /// Stable across re-plugging, unlike the device's index.
+    /// Stable across re-plugging: a device that comes back is known by it.
     virtual std::string GetIdentity() const = 0;
     virtual bool Open() = 0;
     virtual void Close() = 0;

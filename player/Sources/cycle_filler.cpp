@@ -261,10 +261,10 @@ void CycleFiller::Fill(MidiBuffer& buffer) {
     EnqueueSong(buffer, std::min(fillTick_, song_->endTick), cycle);
     portWasFull_ = buffer.GetBufferIsFull(0);
     Absorb(buffer, cycle);
-    if ((enters && !deviceIsFresh_) || resends_)
+    if (enters && !deviceIsFresh_)
         CompleteState(buffer, cycle);
-    if (std::exchange(completePrograms_, false) || enters || resends_)
-        CompletePrograms(buffer, cycle, enters || resends_);
+    if (std::exchange(completePrograms_, false) || enters)
+        CompletePrograms(buffer, cycle, enters);
     deviceIsFresh_ = false;
     if (restore_ && !portWasFull_)
         RestoreState(buffer, cycle);
@@ -283,7 +283,6 @@ CycleFiller::Cycle& CycleFiller::BeginCycle() {
     cycle.messages.clear();
     cycle.countInLeft = 0;
     ownMessages_ = 0;
-    resends_ = false;
     return cycle;
 }
 
@@ -361,17 +360,6 @@ void CycleFiller::EnqueueSong(MidiBuffer& buffer, std::uint32_t endTick, Cycle& 
 void CycleFiller::EnqueueRunning(MidiBuffer& buffer, std::uint32_t endTick, Cycle& cycle) {
     const signed char transposition = cycle.transposition;
     // Not over what a full port has left waiting: a seek would skip it.
-    if (!portWasFull_ && resend_) {
-        EndEveryNote(buffer, cycle);
-        ownMessages_ = cycle.messages.size();
-        heldAtStart_ = FindHeldState(enqueuedTick_);
-        endedAtStart_ = {};
-        seekBeforeFill_ = false;
-        resend_ = false;
-        resends_ = true;
-        stream_->EnqueueInitialEvents(endTick, transposition, buffer);
-        return;
-    }
     if (!portWasFull_ && std::exchange(seekBeforeFill_, false))
         stream_->Seek(enqueuedTick_);
     if (transposition != previousTransposition_) {
@@ -467,7 +455,7 @@ void CycleFiller::CompleteState(MidiBuffer& buffer, Cycle& cycle) {
                 setBySong[channel].test(static_cast<std::size_t>(controller)) ||
                 heldAtStart_.controllers[channel].test(static_cast<std::size_t>(controller)))
                 continue;
-            if (value != *wanted || resends_)
+            if (value != *wanted)
                 Append(buffer, cycle, {0, 0xB0, channel, static_cast<std::uint8_t>(controller), *wanted});
         }
     }
@@ -495,7 +483,7 @@ void CycleFiller::CompletePrograms(MidiBuffer& buffer, Cycle& cycle, bool enters
             continue;
         const unsigned char program =
             first == plan.firstPrograms.end() ? track.GetDefaultProgramChange() : first->second;
-        if (resends_ || state_.GetProgram(id & 0x0F) != program)
+        if (state_.GetProgram(id & 0x0F) != program)
             Append(buffer, cycle, {0, 0xC0, id, program, 0});
     }
 }

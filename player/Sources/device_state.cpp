@@ -26,6 +26,7 @@ void DeviceState::Apply(const std_midi::VoiceMessage& message) {
         case 0x90:
             if (count < 0xFF)
                 ++count;
+            velocities_[Index(channel, data1)] = message.data2;
             break;
         case 0xB0:
             if (data1 < kStateControllers)
@@ -46,6 +47,13 @@ void DeviceState::AppendState(int channel, std::vector<vemo_midi::VoiceEvent>& e
         events.emplace_back(0, std::uint8_t{0xE0}, id, bend.data1, bend.data2);
     if (const std::uint8_t program = GetProgram(channel); program != kUnknown)
         events.emplace_back(0, std::uint8_t{0xC0}, id, program, std::uint8_t{0});
+}
+
+void DeviceState::AppendNotes(int channel, std::vector<vemo_midi::VoiceEvent>& events) const {
+    for (int note = 0; note < 128; ++note)
+        for (int count = GetSounding(channel, note); count > 0; --count)
+            events.emplace_back(0, std::uint8_t{0x90}, static_cast<std::uint16_t>(channel),
+                                static_cast<std::uint8_t>(note), velocities_[Index(channel, note)]);
 }
 
 void DeviceState::AppendNoteOffs(int channel, std::vector<vemo_midi::VoiceEvent>& events) const {

@@ -48,6 +48,10 @@ int Complain(const std::string& message, int status) {
     return status;
 }
 
+void Say(const std::string& message) {
+    Complain(message, kDone);
+}
+
 /// What arrives on a thread of the platform's, for the main thread.
 class Arrived {
 public:
@@ -192,7 +196,7 @@ void SendLong(unsigned int device, std::vector<std::uint8_t> bytes) {
 
 int MonitorInput(const std::string& input) {
     try {
-        const OutputDevices devices;
+        const OutputDevices devices(OutputDevices::Kinds::kAll, Say);
         if (input.empty()) {
             for (const std::string& name : MidiInput::GetNames())
                 std::puts(name.c_str());
@@ -210,7 +214,7 @@ int MonitorInput(const std::string& input) {
 
 int FollowTimeCodeInput(const std::string& input) {
     try {
-        const OutputDevices devices;
+        const OutputDevices devices(OutputDevices::Kinds::kAll, Say);
         TimeCodePrinter printer;
         Listen(input, [&printer](const Arrived::Message& message) {
             printer.Take(message.bytes.data(), message.bytes.size(), message.seconds);
@@ -224,7 +228,7 @@ int FollowTimeCodeInput(const std::string& input) {
 int LearnCommand(const LearnRequest& request) {
     try {
         const ShowDocument show = ReadShowFile(request.show);
-        const OutputDevices devices;
+        const OutputDevices devices(OutputDevices::Kinds::kAll, Say);
         if (!request.input.empty())
             MidiInput::Select(request.input);
         CommandInput input({request.input, [](CommandKind) {},
@@ -248,7 +252,7 @@ int LearnCommand(const LearnRequest& request) {
 
 int SendShowControl(const ShowControlGo& go) {
     try {
-        const OutputDevices devices;
+        const OutputDevices devices(OutputDevices::Kinds::kAll, Say);
         SendLong(static_cast<unsigned int>(std::stoul(OutputDevices::Select(go.output))), BytesOf(go));
         return kDone;
     } catch (const std::exception& error) {

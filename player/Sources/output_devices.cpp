@@ -25,8 +25,6 @@ std::string OutputDevices::Select(const std::string& wanted) {
     const std::vector<std::string> names = GetNames();
     if (names.empty())
         throw std::invalid_argument("There are no available devices for midi output.");
-    if (wanted.empty())
-        return "0";
     return std::to_string(ChooseDevice("output", wanted, names));
 }
 

@@ -224,11 +224,15 @@ public:
             transport_ = std::make_unique<Transport>(settings, show_, feed_);
             running_ = transport_.get();
             posting_.Open(*transport_);
+            devices_.ObserveChanges(
+                [this](std::size_t index, OutputDevices::Change change) { OutputHasChanged(index, change); });
+            const auto outputIndex = static_cast<std::size_t>(std::stoul(output));
             if (isServed_)
                 server_ = std::make_unique<ControlServer>(
-                    ControlServer::Settings{options.serveAt, OutputDevices::GetNames().at(std::stoul(output)),
+                    ControlServer::Settings{options.serveAt, OutputDevices::GetNames().at(outputIndex),
                                             [this] { quitIsAsked_ = true; },
-                                            OutputDevices::CanRecord() ? &activity_ : nullptr},
+                                            OutputDevices::CanRecord() ? &activity_ : nullptr,
+                                            [outputIndex] { return OutputDevices::IsLost(outputIndex); }},
                     *transport_, feed_);
             // A run in virtual time is a rendering and no evening to come back to.
             // Songs without a show file have no state, but may give way to a show that has.
@@ -286,6 +290,7 @@ private:
     void EndThreads() {
         isClosing_ = true;
         posting_.Close();
+        devices_.ObserveChanges({});
         server_.reset();
         feed_.Close();
         if (listener_.joinable())
@@ -390,6 +395,18 @@ private:
         settings.plays = [this](const std::string& cue) { return posting_.PlaysSongOf(cue); };
         settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
         return settings;
+    }
+
+    // On a thread of the devices.
+    void OutputHasChanged(std::size_t index, OutputDevices::Change change) {
+        const std::string name = OutputDevices::GetNames().at(index);
+        if (change == OutputDevices::Change::kLost) {
+            reports_.Add("output '" + name + "' is lost; it will be taken up again when it is back");
+            running_->PostOutputLoss();
+        } else {
+            reports_.Add("output '" + name + "' is back");
+            running_->Post(ParseCommand("resend"));
+        }
     }
 
     void NoteException(const LoggedException& logged) {
@@ -508,8 +525,12 @@ int Play(const PlayOptions& options) {
         auto resume = ReadResume(options, *show);
         Script script = ReadScript(options.script);
         CheckPlaces(options, *show);
-        OutputDevices devices;
-        const std::string output = OutputDevices::Select(options.output);
+        // Virtual time is none of a real device's, and a rendering is for none.
+        const bool isRendering = options.offline || (!options.recordTo.empty() && options.output.empty());
+        OutputDevices devices(isRendering ? OutputDevices::Kinds::kVirtual : OutputDevices::Kinds::kAll,
+                              [reports](const std::string& text) { reports->Add(text); });
+        const std::string output =
+            options.output.empty() ? devices.SelectDefault() : OutputDevices::Select(options.output);
         WarnOfSilentMutes(options, *show);
         // Before the recording's temporary file is there: nobody would remove it.
         std::signal(SIGINT, OnInterrupt);

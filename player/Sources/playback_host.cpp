@@ -439,18 +439,32 @@ void PlaybackHost::SetClickIsMuted(bool muted) {
         song_->plan.click->muted = muted;
 }
 
+void PlaybackHost::NoteOutputLoss() {
+    std::lock_guard lock(songMutex_);
+    // Of several losses the first: it has heard nothing since.
+    if (!lostState_)
+        lostState_ = playedState_;
+}
+
 void PlaybackHost::Resend() {
+    // Not in the next cycle that is filled: until that one plays, the device would play four
+    // on what it holds. And no cycle in between, which might end what is struck again here.
+    std::lock_guard host(hostMutex_);
     std::vector<vemo_midi::VoiceEvent> events;
     {
         std::lock_guard lock(songMutex_);
-        if (filler_.GetIsPlaying()) {
-            filler_.Resend();
-            return;
-        }
-        for (int channel = 0; channel < DeviceState::kChannels; ++channel)
+        for (int channel = 0; channel < DeviceState::kChannels; ++channel) {
+            // A device that kept its power has not heard which notes have ended meanwhile;
+            // the one way is for those that obey it, the other for the rest.
+            events.push_back(ControllerEvent(channel, kAllSoundOff, 0));
+            (lostState_ ? *lostState_ : playedState_).AppendNoteOffs(channel, events);
             playedState_.AppendState(channel, events);
+            playedState_.AppendNotes(channel, events);
+        }
     }
     SendOwnEvents(events);
+    std::lock_guard lock(songMutex_);
+    lostState_.reset();
 }
 
 void PlaybackHost::TellPlace() {

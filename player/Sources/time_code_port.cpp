@@ -14,6 +14,7 @@
 
 #include "midi/vemo_midi_error.h"
 #include "midi/win32/device_diagnostics.h"
+#include "player/output_devices.h"
 #include "vemo_core/exception_log.h"
 #include "zell/format.h"
 #include "zell/thread_names.h"
@@ -62,7 +63,7 @@ struct TimeCodePort::Line {
     std::uint64_t lost = 0;
 };
 
-TimeCodePort::TimeCodePort(unsigned int device) : line_(std::make_shared<Line>()) {
+TimeCodePort::TimeCodePort(unsigned int device) : device_(device), line_(std::make_shared<Line>()) {
     const MMRESULT result = midiOutOpen(&line_->output, device, reinterpret_cast<DWORD_PTR>(&Line::OnMessage),
                                         reinterpret_cast<DWORD_PTR>(line_.get()), CALLBACK_FUNCTION);
     if (result != MMSYSERR_NOERROR)
@@ -105,7 +106,7 @@ void TimeCodePort::Drop() {
 
 TimeCodePort::State TimeCodePort::GetState() const {
     const std::lock_guard lock(line_->mutex);
-    return line_->isFailing ? State::kFailing : State::kWorking;
+    return line_->isFailing || OutputDevices::IsLost(device_) ? State::kFailing : State::kWorking;
 }
 
 std::uint64_t TimeCodePort::GetLostCount() const {

@@ -174,6 +174,13 @@ void Transport::PostFault(const std::string& reason) {
     });
 }
 
+void Transport::PostOutputLoss() {
+    Enqueue([this] {
+        host_.NoteOutputLoss();
+        return CommandAnswer{true, {}, 0};
+    });
+}
+
 void Transport::PostMessage(const std::string& text) {
     Enqueue([text] { return CommandAnswer{true, text, 0}; });
 }
@@ -291,7 +298,10 @@ CommandAnswer Transport::ExecuteSteering(const TransportCommand& command) {
         case Kind::kTrim: return Trim(command.number - 1, command.value);
         case Kind::kGuiDelayUp: host_.IncreaseGuiDelay(); return Done();
         case Kind::kGuiDelayDown: host_.DecreaseGuiDelay(); return Done();
-        case Kind::kResend: host_.Resend(); return Done();
+        case Kind::kResend:
+            host_.Resend();
+            host_.TellPlace();
+            return Done();
         case Kind::kTimeCode:
         case Kind::kTimeCodeRate:
         case Kind::kTimeCodeOutput: return ExecuteTimeCode(command);

@@ -23,8 +23,8 @@ Layer& Layer::Instance() {
     return instance;
 }
 
-void Layer::AddOutput(std::shared_ptr<MidiOutputDevice> device) {
-    OutputDevices::Instance().Add(std::move(device));
+bool Layer::AddOutput(std::shared_ptr<MidiOutputDevice> device) {
+    return OutputDevices::Instance().Add(std::move(device));
 }
 
 void Layer::RemoveOutput(const std::shared_ptr<MidiOutputDevice>& device) {
@@ -45,6 +45,15 @@ void Layer::RemoveInput(const std::shared_ptr<MidiInputDevice>& device) {
 
 std::vector<std::shared_ptr<MidiInputDevice>> Layer::GetInputs() const {
     return InputDevices::Instance().GetAll();
+}
+
+bool Layer::IsOutputLost(std::size_t index) const {
+    const auto place = OutputDevices::Instance().At(index);
+    return place && !OutputDevices::Instance().GetDevice(*place);
+}
+
+void Layer::SetOutputObserver(OutputObserver observer) {
+    OutputDevices::Instance().SetObserver(std::move(observer));
 }
 
 void Layer::SetDelivery(Delivery delivery) {
@@ -102,6 +111,7 @@ bool Layer::WaitForTimers(std::chrono::milliseconds atMost) {
 
 void Layer::Reset() {
     Faults::Instance().Clear();
+    OutputDevices::Instance().SetObserver({});
     OutputDevices::Instance().RemoveAll();
     InputDevices::Instance().RemoveAll();
     LayerClock::Instance().SetSource({});

@@ -371,7 +371,6 @@ void MidiStreams::WorkOnce(Stream& stream, Lock& lock) {
 bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
     stream.playing = header;
     lock.unlock();
-    OutputDevices::Place& place = *stream.place;
     const std::chrono::nanoseconds time = LayerClock::Instance().Now();
     if (stream.kind == Kind::kOutput) {
         PlayBytes(stream, reinterpret_cast<const std::uint8_t*>(header->lpData), header->dwBufferLength, time);
@@ -379,10 +378,12 @@ bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
         stream.playing = nullptr;
         return true;
     }
+    // Null: lost. What it is sent is gone, and comes back all the sooner.
+    const auto device = OutputDevices::Instance().GetDevice(*stream.place);
     StreamEventReader reader(header->lpData, header->dwBytesRecorded);
     while (const auto event = reader.Next()) {
-        if (event->messageBytes > 0 && place.present)
-            place.device->Play(event->message, event->messageBytes, time);
+        if (event->messageBytes > 0 && device)
+            device->Play(event->message, event->messageBytes, time);
         if (event->wantsCallback && stream.callback) {
             header->dwOffset = event->offset;
             stream.callback(reinterpret_cast<HMIDIOUT>(stream.handle), MOM_POSITIONCB, stream.instance,
@@ -393,8 +394,8 @@ bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
             lock.unlock();
         }
     }
-    if (place.present)
-        place.device->EndBuffer();
+    if (device)
+        device->EndBuffer();
     lock.lock();
     stream.playing = nullptr;
     return true;
@@ -402,10 +403,11 @@ bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
 
 void MidiStreams::PlayBytes(Stream& stream, const std::uint8_t* bytes, std::size_t count,
                             std::chrono::nanoseconds time) {
-    if (!stream.place->present)
+    const auto device = OutputDevices::Instance().GetDevice(*stream.place);
+    if (!device)
         return;
-    stream.place->device->Play(bytes, count, time);
-    stream.place->device->EndBuffer();
+    device->Play(bytes, count, time);
+    device->EndBuffer();
 }
 
 void MidiStreams::GiveBack(Stream& stream, LPMIDIHDR header, Lock& lock) {

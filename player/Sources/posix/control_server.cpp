@@ -568,9 +568,10 @@ private:
         if (clocks != playedClocks_ || state != TransportState::kPlaying)
             latestClock_ = SteadyClock();
         playedClocks_ = clocks;
-        const char* const condition = state == TransportState::kFault               ? "fault"
-                                      : SteadyClock() - latestClock_ > kStalledTime ? "stalled"
-                                                                                    : "ok";
+        const char* const condition = settings_.deviceIsLost && settings_.deviceIsLost() ? "lost"
+                                      : state == TransportState::kFault                  ? "fault"
+                                      : SteadyClock() - latestClock_ > kStalledTime      ? "stalled"
+                                                                                         : "ok";
         return {settings_.deviceName, condition};
     }
 

@@ -1,0 +1,112 @@
+// An instrument that is unplugged and plugged in again while a show plays.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "player/midi_file_import.h"
+#include "tests/player/offline_show.h"
+#include "tests/player/song_generator.h"
+#include "win32_layer/layer.h"
+#include "win32_layer/midi_output_device.h"
+
+namespace player {
+namespace {
+
+using namespace std::chrono_literals;
+using win32_layer::Layer;
+
+constexpr int kUnplugs = 100;
+
+/// In the place of the show's device; it lacks what was sent while it was unplugged.
+class Instrument : public win32_layer::MidiOutputDevice {
+public:
+    std::wstring GetName() const override { return L"Receiver"; }
+    std::string GetIdentity() const override { return "virtual:Receiver"; }
+    bool Open() override { return true; }
+    void Close() override {}
+    void Play(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds) override {
+        for (Receiver* receiver : {&obedient, &deaf})
+            receiver->Take({bytes[0], bytes[1], count > 2 ? bytes[2] : std::uint8_t{0}});
+    }
+
+    Receiver obedient{true};
+    Receiver deaf{false};
+};
+
+std::string Difference(const Receiver& held, const Receiver& wanted) {
+    std::string found = held.WhatSounds() == wanted.WhatSounds()
+                            ? ""
+                            : "sounds " + held.WhatSounds() + "instead of " + wanted.WhatSounds();
+    for (std::size_t channel = 0; channel < 16; ++channel) {
+        const auto& one = held[channel];
+        const auto& other = wanted[channel];
+        if (one.controllers != other.controllers || one.program != other.program || one.bend != other.bend)
+            found += " controllers, program or bend of channel " + std::to_string(channel);
+    }
+    return found;
+}
+
+TEST(UnpluggedOutput, AHundredUnplugsInMidSongLeaveEveryClockInTimeAndTheStateRightOneClockAfterTheReturn) {
+    SongGenerator::Options options;
+    options.smpte = false;
+    options.quarters = 90;
+    options.mostChannels = 6;
+    options.eventsPerChannel = 500;
+    auto song = ImportMidiFile(SongGenerator(3, options).Next(), 1);
+    std::mt19937 random(11);
+    std::shared_ptr<Instrument> plugged;
+    int returns = 0;
+    int checks = 0;
+    std::uint64_t next = 8;
+    OfflineShow show({song}, [&](OfflineShow& running, std::uint32_t tick) {
+        Layer& layer = Layer::Instance();
+        if (plugged && !layer.IsOutputLost(0) && returns > 0) {
+            ++checks;
+            EXPECT_EQ(Difference(plugged->obedient, running.Obedient()), "")
+                << "return " << returns << ", tick " << tick;
+            EXPECT_EQ(Difference(plugged->deaf, running.Deaf()), "") << "return " << returns << ", tick " << tick;
+        }
+        if (running.GetClock() < next || returns == kUnplugs)
+            return;
+        next = running.GetClock() + 1 + random() % 10;
+        if (!layer.IsOutputLost(0)) {
+            layer.RemoveOutput(layer.GetOutputs()[0]);
+            running.GetTransport().PostOutputLoss();
+            running.Do("hold off");  // behind it
+            return;
+        }
+        // Half of them kept their power, and with it what they held.
+        if (!plugged || random() % 2 == 0)
+            plugged = std::make_shared<Instrument>();
+        EXPECT_TRUE(layer.AddOutput(plugged));
+        ++returns;
+        EXPECT_TRUE(running.Do("resend").done);
+    });
+    EXPECT_EQ(show.Run(), TransportState::kEnded);
+    EXPECT_EQ(returns, kUnplugs);
+    EXPECT_GT(checks, kUnplugs);
+    EXPECT_EQ(plugged->deaf.WhatSounds(), "");
+
+    std::chrono::nanoseconds due{0};
+    std::uint32_t tick = 0;
+    std::size_t clocks = 0;
+    for (const PlaybackRecord& record : show.TakeRecords()) {
+        if (record.kind != PlaybackRecord::Kind::kClock)
+            continue;
+        if (++clocks > 1) {
+            EXPECT_LE(std::chrono::abs(record.time - due), 5ms) << "tick " << record.tick;
+            EXPECT_EQ(record.tick, tick);
+        }
+        due = record.time + std::chrono::nanoseconds(static_cast<std::int64_t>(record.clockSeconds * 1e9));
+        tick = record.tick + song.song.GetResolution() / 24;
+    }
+    EXPECT_GT(clocks, 1000u);
+}
+
+}  // namespace
+}  // namespace player

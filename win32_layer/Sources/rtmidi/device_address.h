@@ -1,0 +1,25 @@
+#pragma once
+
+#include <RtMidi.h>
+
+#include <memory>
+#include <string>
+
+#include "jack_server.h"
+
+namespace win32_layer {
+
+/// A MIDI port of the system.
+struct DeviceAddress {
+    RtMidi::Api api = RtMidi::UNSPECIFIED;
+    std::string name;                    // as RtMidi has it
+    std::shared_ptr<JackServer> server;  // JACK's alone
+    bool operator==(const DeviceAddress&) const = default;
+
+    /// "client:port". RtMidi appends ALSA's number of the port, which is another one after
+    /// every re-plugging.
+    std::string GetDisplayName() const;
+    std::string GetIdentity() const;
+};
+
+}  // namespace win32_layer

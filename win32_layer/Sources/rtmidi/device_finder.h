@@ -1,0 +1,50 @@
+#pragma once
+
+#include <RtMidi.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "device_address.h"
+
+namespace win32_layer {
+
+/// Looks which MIDI ports of one kind there are, but for the program's own.
+///
+/// Owner:   a watcher's thread, which alone uses it.
+/// Errors:  none: what cannot be asked has no ports.
+class DeviceFinder {
+public:
+    virtual ~DeviceFinder() = default;
+    /// May wait for the system, for ever if it hangs.
+    virtual std::vector<DeviceAddress> FindOutputs() = 0;
+};
+
+class AlsaFinder : public DeviceFinder {
+public:
+    /// The kernel's loop comes last: no instrument is behind it.
+    std::vector<DeviceAddress> FindOutputs() override;
+
+private:
+    std::optional<RtMidiOut> outputs_;
+};
+
+class JackFinder : public DeviceFinder {
+public:
+    /// None, once, where the server has died or hangs, or has thrown a client out: what was
+    /// found before has to be given up before it is looked for again.
+    std::vector<DeviceAddress> FindOutputs() override;
+
+private:
+    bool ServerIsWell();
+
+    std::shared_ptr<JackServer> server_;
+    std::uint64_t cycles_ = 0;
+};
+
+/// Of a display name: whether it is the kernel's loop.
+bool IsLoop(const std::string& name);
+
+}  // namespace win32_layer

@@ -1,0 +1,74 @@
+#include "jack_server.h"
+
+#include <algorithm>
+
+#include "client_name.h"
+
+namespace win32_layer {
+
+std::atomic<bool> JackServer::isInUse_{false};
+
+std::shared_ptr<JackServer> JackServer::Connect() {
+    if (isInUse_)
+        return nullptr;
+    // That no server runs is no news.
+    jack_set_error_function([](const char*) {});
+    jack_set_info_function([](const char*) {});
+    std::shared_ptr<JackServer> server(new JackServer);
+    isInUse_ = true;
+    server->client_ = jack_client_open(kClientName, JackNoStartServer, nullptr);
+    if (!server->client_)
+        return nullptr;
+    jack_set_process_callback(server->client_, &OnCycle, server.get());
+    jack_on_shutdown(server->client_, &OnShutdown, server.get());
+    if (jack_activate(server->client_) != 0)
+        return nullptr;
+    return server;
+}
+
+JackServer::~JackServer() {
+    if (client_)
+        jack_client_close(client_);
+    isInUse_ = false;
+}
+
+std::vector<std::string> JackServer::GetPorts(unsigned long flags) const {
+    std::vector<std::string> names;
+    const char** const ports = jack_get_ports(client_, nullptr, JACK_DEFAULT_MIDI_TYPE, flags);
+    for (std::size_t i = 0; ports && ports[i]; ++i)
+        names.emplace_back(ports[i]);
+    jack_free(ports);
+    return names;
+}
+
+bool JackServer::HasPort(const std::string& name) const {
+    return jack_port_by_name(client_, name.c_str()) != nullptr;
+}
+
+void JackServer::Watch(const std::string& ownPort) {
+    const std::lock_guard lock(mutex_);
+    watched_.push_back(ownPort);
+}
+
+void JackServer::Forget(const std::string& ownPort) {
+    const std::lock_guard lock(mutex_);
+    std::erase(watched_, ownPort);
+}
+
+bool JackServer::HasEveryWatchedPort() const {
+    const std::lock_guard lock(mutex_);
+    return std::all_of(watched_.begin(), watched_.end(), [this](const std::string& port) { return HasPort(port); });
+}
+
+// Both on the library's threads, which it may cancel: no lock is taken here.
+
+int JackServer::OnCycle(jack_nframes_t, void* server) {
+    ++static_cast<JackServer*>(server)->cycles_;
+    return 0;
+}
+
+void JackServer::OnShutdown(void* server) {
+    static_cast<JackServer*>(server)->isRunning_ = false;
+}
+
+}  // namespace win32_layer

@@ -1,0 +1,122 @@
+#include "output_port.h"
+
+#include <algorithm>
+#include <mutex>
+#include <stdexcept>
+#include <vector>
+
+#include "client_name.h"
+
+namespace win32_layer {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// What every server takes in a cycle, and more than anything but a dump needs.
+constexpr std::size_t kJackCycleBytes = 4096;
+constexpr std::size_t kJackEventBytes = 12;
+// RtMidi hands over in the next cycle, at the latest; the server's clients hear it in that one.
+constexpr std::uint64_t kCyclesToLeave = 3;
+constexpr std::size_t kShortMessageBytes = 4;
+// Half of what RtMidi's own buffer holds: beyond that it would spin.
+constexpr std::size_t kMostUnchecked = 8192;
+// The kernel passes a message on at once, into a driver's buffer of 4,096 bytes, and has
+// room for half of it as events.
+constexpr std::size_t kAlsaPiece = 1024;
+constexpr std::chrono::microseconds kWireTimePerByte{320};  // MIDI 1.0: 31,250 baud
+constexpr auto kLongestBacklog = kWireTimePerByte * 2048;
+
+/// Whose port a new one is can be told only where they come one after another.
+std::mutex& OpeningMutex() {
+    static std::mutex* const mutex = new std::mutex;
+    return *mutex;
+}
+
+}  // namespace
+
+OutputPort::OutputPort(const DeviceAddress& address) : address_(address), output_(address.api, kClientName) {
+    output_.setErrorCallback([](RtMidiError::Type, const std::string& text,
+                                void* complaint) { *static_cast<std::string*>(complaint) = text; },
+                             &complaint_);
+    if (output_.getCurrentApi() != address.api)
+        throw std::runtime_error("RtMidi lacks this kind of device");
+    const std::lock_guard lock(OpeningMutex());
+    const auto before = address_.server ? address_.server->GetPorts(JackPortIsOutput) : std::vector<std::string>();
+    Open();
+    if (!address_.server)
+        return;
+    for (const std::string& port : address_.server->GetPorts(JackPortIsOutput))
+        if (IsOwnPort(port) && std::find(before.begin(), before.end(), port) == before.end())
+            ownPort_ = port;
+    address_.server->Watch(ownPort_);
+}
+
+OutputPort::~OutputPort() {
+    if (address_.server)
+        address_.server->Forget(ownPort_);
+}
+
+void OutputPort::Open() {
+    const unsigned int count = output_.getPortCount();
+    for (unsigned int index = 0; index < count; ++index) {
+        if (output_.getPortName(index) != address_.name)
+            continue;
+        complaint_.clear();
+        output_.openPort(index, "out");
+        // One that has gone just now would have left its index to another.
+        if (complaint_.empty() && output_.getPortName(index) == address_.name)
+            return;
+        output_.closePort();
+        throw std::runtime_error(complaint_.empty() ? "it has gone" : complaint_);
+    }
+    throw std::runtime_error("it has gone");
+}
+
+std::size_t OutputPort::GetLongestPiece() const {
+    return address_.server ? kJackCycleBytes - kJackEventBytes : kAlsaPiece;
+}
+
+bool OutputPort::IsReadyFor(std::size_t count) {
+    if (address_.server)
+        return FitsIntoCycle(count);
+    // Few bytes fit in any case; the music need not wait for the reckoning.
+    if (count <= kShortMessageBytes)
+        return true;
+    const auto backlog = wireIsFree_ - SteadyClock::now();
+    return backlog + kWireTimePerByte * static_cast<std::int64_t>(count) <= kLongestBacklog;
+}
+
+bool OutputPort::FitsIntoCycle(std::size_t count) {
+    const std::uint64_t cycle = address_.server->GetCycles();
+    if (cycle != cycle_) {
+        sentBefore_ = cycle == cycle_ + 1 ? sentInCycle_ : 0;
+        sentInCycle_ = 0;
+        cycle_ = cycle;
+    }
+    const std::size_t bytes = kJackEventBytes + (count > kShortMessageBytes ? count : 0);
+    if (sentBefore_ + sentInCycle_ + bytes > kJackCycleBytes)
+        return false;
+    if (unchecked_ + bytes > kMostUnchecked) {
+        // The server may have thrown RtMidi's client out, which then takes nothing more.
+        if (!address_.server->HasPort(ownPort_))
+            return false;
+        unchecked_ = 0;
+    }
+    unchecked_ += bytes;
+    sentInCycle_ += bytes;
+    return true;
+}
+
+bool OutputPort::HasLeft() const {
+    return !address_.server || address_.server->GetCycles() >= cycle_ + kCyclesToLeave;
+}
+
+std::string OutputPort::Send(const std::uint8_t* bytes, std::size_t count) {
+    complaint_.clear();
+    output_.sendMessage(bytes, count);
+    wireIsFree_ = std::max(wireIsFree_, SteadyClock::now()) + kWireTimePerByte * static_cast<std::int64_t>(count);
+    return complaint_;
+}
+
+}  // namespace win32_layer
