@@ -67,9 +67,9 @@ TEST(UnpluggedOutput, AHundredUnplugsInMidSongLeaveEveryClockInTimeAndTheStateRi
         Layer& layer = Layer::Instance();
         if (plugged && !layer.IsOutputLost(0) && returns > 0) {
             ++checks;
-            EXPECT_EQ(Difference(plugged->obedient, running.Obedient()), "")
-                << "return " << returns << ", tick " << tick;
-            EXPECT_EQ(Difference(plugged->deaf, running.Deaf()), "") << "return " << returns << ", tick " << tick;
+            // The one that has heard all and obeys is right for both: to the other it was told note by note.
+            for (const Receiver* heard : {&plugged->obedient, &plugged->deaf})
+                EXPECT_EQ(Difference(*heard, running.Obedient()), "") << "return " << returns << ", tick " << tick;
         }
         if (running.GetClock() < next || returns == kUnplugs)
             return;
