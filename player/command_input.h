@@ -109,6 +109,7 @@ private:
     bool PrepareSettingsFile();
     void ConnectTo(const std::string& name, unsigned char index);
     void TellWhatWasLearned();
+    void TellLoss();
     void WriteSettings();
     void WritePedals();
     void Publish();
@@ -128,6 +129,7 @@ private:
     PedalSettings pedals_;
     bool pedalsAreBroken_ = false;  // the file could not be read, and is left as it is
     bool isConnected_ = false;      // to pedals_.input
+    bool isLost_ = false;           // it is connected to what is unplugged
     Time nextLook_{};               // for an input that is missing
     std::string written_;           // what the settings file says
     std::optional<Request> request_;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,11 @@ public:
     /// The index of the input of that name or index. std::invalid_argument with one line
     /// that names those there are.
     static unsigned int Select(const std::string& wanted);
+    /// The index of the input of exactly that name that is plugged in.
+    static std::optional<unsigned int> Find(const std::string& name);
+    /// Whether the input of that index is known to be unplugged; on any thread. One that is
+    /// open is heard again when it is back.
+    static bool IsLost(unsigned int device);
 
 private:
     class Device;

@@ -68,6 +68,7 @@ public:
 
 private:
     void OpenInput(bool mayComplain);
+    void TellLoss();
     void Take(const std::uint8_t* bytes, std::size_t count);
     void CountAnswers();
     void Refuse(const std::string& reason);
@@ -77,11 +78,13 @@ private:
     std::mutex inputMutex_;
     std::string commandInput_;  // guarded by inputMutex_
     Time nextLook_{};           // guarded by inputMutex_
+    unsigned int device_ = 0;   // of input_; guarded by inputMutex_
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.
     std::optional<ShowDocument::ShowControl> wanted_;
     bool isOpen_ = false;
+    bool isLost_ = false;  // it is open, and unplugged
     bool isArmed_ = true;
     Report counts_;
     std::string latestCue_;

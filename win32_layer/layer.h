@@ -76,8 +76,6 @@ public:
     /// that is removed is lost and stays listed, and no other takes its place but one of
     /// its identity, which the streams that are open on it then play on. False where that
     /// one refuses to be opened for them; it is not listed then.
-    /// An input that is open hears nothing when its device is removed, and a device of the
-    /// same identity when that is added.
     bool AddOutput(std::shared_ptr<MidiOutputDevice> device);
     void RemoveOutput(const std::shared_ptr<MidiOutputDevice>& device);
     /// Those that are not lost.
@@ -89,9 +87,14 @@ public:
     /// before runs or begins once this has returned; empty switches it off.
     void SetOutputObserver(OutputObserver observer);
 
-    void AddInput(std::shared_ptr<MidiInputDevice> device);
+    /// Listed as outputs are. An input that is open hears nothing when its device is
+    /// removed, and a device of the same identity when that is added.
+    bool AddInput(std::shared_ptr<MidiInputDevice> device);
     void RemoveInput(const std::shared_ptr<MidiInputDevice>& device);
+    /// Those that are not lost.
     std::vector<std::shared_ptr<MidiInputDevice>> GetInputs() const;
+    /// False beyond the list.
+    bool IsInputLost(std::size_t index) const;
 
     void SetDelivery(Delivery delivery);
     /// Only one stream may have the device, which is listed, open at a time.

@@ -215,6 +215,7 @@ void CommandInput::Close() {
     commands_.reset();
     dispatcher_.reset();
     isConnected_ = false;
+    isLost_ = false;
     const std::lock_guard firing(firingMutex_);
     leastIntervals_.clear();
     fired_.clear();
@@ -246,15 +247,12 @@ bool CommandInput::PrepareSettingsFile() {
         return true;
     if (text.empty())
         text = SettingsOf({}, std::nullopt);
-    const std::vector<std::string> names = MidiInput::GetNames();
-    const auto found = std::find(names.begin(), names.end(), pedals_.input);
-    const std::size_t index = static_cast<std::size_t>(found - names.begin());
-    const bool isThere = found != names.end() && index < 256;
+    const std::optional<unsigned int> index = MidiInput::Find(pedals_.input);
     std::string aimed = text;
     aimed.replace(kHeader.size(), kSourceBytes, kSourceBytes, '\0');
-    if (isThere) {
+    if (index && *index < 256) {
         aimed[kHeader.size()] = kConnectedSource;
-        aimed[kHeader.size() + 1] = static_cast<char>(index);
+        aimed[kHeader.size() + 1] = static_cast<char>(*index);
     }
     if (aimed == ReadText(path_))
         return true;
@@ -368,6 +366,7 @@ void CommandInput::ConnectTo(const std::string& name, unsigned char index) {
     if (name == pedals_.input)
         dispatcher_->Disconnect();
     isConnected_ = false;
+    isLost_ = false;
     onlyPresses_ = !pedals_.everyValueOf.contains(name);
     SetFilter();
     commands_->ConnectSourceByIndex(index);
@@ -445,19 +444,25 @@ void CommandInput::Poll() {
         GiveUpRequest();
     if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
         nextLook_ = now + kBetweenLooks;
-        const std::vector<std::string> names = MidiInput::GetNames();
-        const auto found = std::find(names.begin(), names.end(), pedals_.input);
         try {
-            if (found != names.end()) {
-                ConnectTo(pedals_.input, static_cast<unsigned char>(found - names.begin()));
+            if (const auto index = MidiInput::Find(pedals_.input)) {
+                ConnectTo(pedals_.input, static_cast<unsigned char>(*index));
                 settings_.say("the command input '" + DisplayText(pedals_.input) + "' is there");
             }
         } catch (const std::exception&) {
             // It is tried again.
         }
     }
+    TellLoss();
     WriteSettings();
     Publish();
+}
+
+void CommandInput::TellLoss() {
+    const bool isLost = isConnected_ && MidiInput::IsLost(commands_->GetConnectedSourceIndex());
+    if (std::exchange(isLost_, isLost) != isLost)
+        settings_.say("the command input '" + DisplayText(pedals_.input) +
+                      (isLost ? "' is lost; it will be heard again when it is back" : "' is there"));
 }
 
 // ---- what is kept
@@ -516,7 +521,7 @@ void CommandInput::Publish() {
     if (commands_) {
         const Learned learned = commands_->GetLearnedCommands();
         report.input = pedals_.input;
-        report.isOpen = isConnected_;
+        report.isOpen = isConnected_ && !isLost_;
         report.onlyPresses = onlyPresses_;
         report.learned = learnedCount_;
         report.learning = request_ ? NameOf(request_->id) : std::string();

@@ -186,4 +186,12 @@ unsigned int MidiInput::Select(const std::string& wanted) {
     return static_cast<unsigned int>(ChooseDevice("input", wanted, GetNames()));
 }
 
+std::optional<unsigned int> MidiInput::Find(const std::string& name) {
+    const std::vector<std::string> names = GetNames();
+    for (unsigned int device = 0; device < names.size(); ++device)
+        if (names[device] == name && !IsLost(device))
+            return device;
+    return std::nullopt;
+}
+
 }  // namespace player

@@ -38,6 +38,7 @@ void ShowControl::OpenShow(const std::optional<ShowDocument::ShowControl>& wante
         const std::lock_guard lock(mutex_);
         wanted_ = wanted;
         isOpen_ = false;
+        isLost_ = false;
         isArmed_ = true;
         counts_ = {};
         latestCue_.clear();
@@ -54,18 +55,17 @@ void ShowControl::OpenInput(bool mayComplain) {
         const std::lock_guard lock(mutex_);
         name = wanted_->input;
     }
-    const std::vector<std::string> names = MidiInput::GetNames();
-    const auto found = std::find(names.begin(), names.end(), name);
+    const std::optional<unsigned int> device = MidiInput::Find(name);
     std::string trouble;
     if (name == commandInput_)
         trouble = "'" + DisplayText(name) + "' is the input of the pedals, and a device can be opened once";
-    else if (found == names.end())
+    else if (!device)
         trouble = "its input '" + DisplayText(name) + "' is not there; it is waited for";
     else
         try {
             input_ = std::make_unique<MidiInput>(
-                static_cast<unsigned int>(found - names.begin()),
-                [this](const std::uint8_t* bytes, std::size_t count, double) { Take(bytes, count); });
+                *device, [this](const std::uint8_t* bytes, std::size_t count, double) { Take(bytes, count); });
+            device_ = *device;
             const std::lock_guard lock(mutex_);
             isOpen_ = true;
         } catch (const std::runtime_error& error) {
@@ -75,8 +75,20 @@ void ShowControl::OpenInput(bool mayComplain) {
         settings_.say("show control is not heard: " + trouble);
 }
 
+void ShowControl::TellLoss() {
+    const bool isLost = input_ && MidiInput::IsLost(device_);
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(isLost_, isLost) == isLost)
+            return;
+    }
+    settings_.say(isLost ? "the input of show control is lost; it will be heard again when it is back"
+                         : "show control is heard");
+}
+
 void ShowControl::Poll() {
     const std::lock_guard input(inputMutex_);
+    TellLoss();
     const Time now = settings_.now();
     {
         const std::lock_guard lock(mutex_);
@@ -161,7 +173,7 @@ void ShowControl::Refuse(const std::string& reason) {
 ShowControl::Report ShowControl::GetReport() const {
     const std::lock_guard lock(mutex_);
     Report report = counts_;
-    report.state = !wanted_ ? "none" : !isOpen_ ? "missing" : isArmed_ ? "on" : "off";
+    report.state = !wanted_ ? "none" : !isOpen_ || isLost_ ? "missing" : isArmed_ ? "on" : "off";
     return report;
 }
 

@@ -119,8 +119,7 @@ TEST_F(CommandInputTest, APedalDrivesWhatItWasTaughtAlsoTheNextEvening) {
     EXPECT_EQ(SettingsFile(), kept) << "what the engine writes";
 
     // Plugged in elsewhere.
-    Layer::Instance().RemoveInput(keys_);
-    Layer::Instance().RemoveInput(pedals_);
+    Layer::Instance().Reset();
     Layer::Instance().AddInput(pedals_);
     Layer::Instance().AddInput(keys_);
     Open();
@@ -202,6 +201,17 @@ TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
     EXPECT_THAT(Said(), ElementsAre("the command input 'Pedals' is not there; it is waited for",
                                     "the command input 'Pedals' is there"));
     EXPECT_THAT(Fired(), IsEmpty());
+    // Or it goes in mid-show.
+    Layer::Instance().RemoveInput(pedals_);
+    input_->Poll();
+    EXPECT_FALSE(input_->GetReport().isOpen);
+    Layer::Instance().AddInput(pedals_);
+    input_->Poll();
+    EXPECT_TRUE(input_->GetReport().isOpen);
+    EXPECT_THAT(Said(), ElementsAre("the command input 'Pedals' is lost; it will be heard again when it is back",
+                                    "the command input 'Pedals' is there"));
+    pedals_->Send({0xCF, 0x7F});
+    EXPECT_EQ(Fired(), Kinds{CommandKind::kStop});
     // It stays what it is where another one cannot be had.
     keys_->SetRefusesOpen(true);
     EXPECT_ANY_THROW(input_->SetInput("Keys"));

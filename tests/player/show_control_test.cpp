@@ -180,8 +180,11 @@ TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
     // What leaves in the midst of a message, and comes back.
     desk_->Send({0xF0, 0x7F, 0x7F, 0x02});
     Layer::Instance().RemoveInput(desk_);
+    EXPECT_EQ(Report().state, "missing");
+    EXPECT_THAT(said_.back(), HasSubstr("lost"));
     const auto again = std::make_shared<VirtualMidiInput>(L"Desk");
     Layer::Instance().AddInput(again);
+    EXPECT_EQ(Report().state, "on");
     again->Send(Go(0, "7"));
     again->Send(Go(0, "0"));
     for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < 20s;) {

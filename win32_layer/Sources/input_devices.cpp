@@ -14,26 +14,29 @@ InputDevices& InputDevices::Instance() {
     return *instance;
 }
 
-void InputDevices::Add(std::shared_ptr<MidiInputDevice> device) {
+bool InputDevices::Add(std::shared_ptr<MidiInputDevice> device) {
     const std::lock_guard plug(plugMutex_);
+    const std::string identity = device->GetIdentity();
     std::shared_ptr<Place> place;
     {
         const std::lock_guard lock(listMutex_);
-        const auto returned = std::find_if(lost_.begin(), lost_.end(), [&](const std::shared_ptr<Place>& lost) {
-            return lost->device->GetIdentity() == device->GetIdentity();
+        const auto returned = std::find_if(places_.begin(), places_.end(), [&](const std::shared_ptr<Place>& one) {
+            return !one->device && one->identity == identity;
         });
-        if (returned == lost_.end()) {
-            place = std::make_shared<Place>();
-        } else {
-            place = *returned;
-            lost_.erase(returned);
+        if (returned == places_.end()) {
+            places_.push_back(std::make_shared<Place>(std::move(device)));
+            return true;
         }
-        place->device = device;
-        place->isListed = true;
-        places_.push_back(place);
+        place = *returned;
     }
-    if (place->plugIn)
-        place->isPluggedIn = device->Open(place->plugIn());
+    if (place->plugIn) {
+        if (!device->Open(place->plugIn()))
+            return false;
+        place->opened = device;
+    }
+    const std::lock_guard lock(listMutex_);
+    place->device = std::move(device);
+    return true;
 }
 
 void InputDevices::Remove(const std::shared_ptr<MidiInputDevice>& device) {
@@ -43,32 +46,39 @@ void InputDevices::Remove(const std::shared_ptr<MidiInputDevice>& device) {
         const std::lock_guard lock(listMutex_);
         const auto found = std::find_if(places_.begin(), places_.end(),
                                         [&](const std::shared_ptr<Place>& place) { return place->device == device; });
-        if (found == places_.end())
+        if (!device || found == places_.end())
             return;
         removed = *found;
-        places_.erase(found);
-        removed->isListed = false;
-        if (removed->isOpen)
-            lost_.push_back(removed);
+        removed->device = nullptr;
     }
     Unplug(*removed);
 }
 
 void InputDevices::RemoveAll() {
-    for (const auto& device : GetAll())
-        Remove(device);
+    std::vector<std::shared_ptr<Place>> removed;
+    std::vector<std::shared_ptr<MidiInputDevice>> devices;  // one may end in here, without the lock
+    const std::lock_guard plug(plugMutex_);
+    {
+        const std::lock_guard lock(listMutex_);
+        removed.swap(places_);
+        for (const auto& place : removed)
+            devices.push_back(std::exchange(place->device, nullptr));
+    }
+    for (const auto& place : removed)
+        Unplug(*place);
 }
 
 void InputDevices::Unplug(Place& place) {
-    if (std::exchange(place.isPluggedIn, false))
-        DeviceOf(place)->Close();
+    if (const auto opened = std::exchange(place.opened, nullptr))
+        opened->Close();
 }
 
 std::vector<std::shared_ptr<MidiInputDevice>> InputDevices::GetAll() const {
     const std::lock_guard lock(listMutex_);
     std::vector<std::shared_ptr<MidiInputDevice>> devices;
     for (const auto& place : places_)
-        devices.push_back(place->device);
+        if (place->device)
+            devices.push_back(place->device);
     return devices;
 }
 
@@ -82,42 +92,31 @@ std::shared_ptr<InputDevices::Place> InputDevices::At(std::size_t index) const {
     return index < places_.size() ? places_[index] : nullptr;
 }
 
-std::shared_ptr<MidiInputDevice> InputDevices::DeviceOf(const Place& place) const {
+bool InputDevices::IsLost(const Place& place) const {
     const std::lock_guard lock(listMutex_);
-    return place.device;
-}
-
-std::wstring InputDevices::GetName(const Place& place) const {
-    return DeviceOf(place)->GetName();
+    return !place.device;
 }
 
 MMRESULT InputDevices::Open(Place& place, PlugIn plugIn) {
     const std::lock_guard plug(plugMutex_);
+    std::shared_ptr<MidiInputDevice> device;
     {
         const std::lock_guard lock(listMutex_);
-        if (!place.isListed)
-            return MMSYSERR_BADDEVICEID;
-        if (place.isOpen)
-            return MMSYSERR_ALLOCATED;
-        place.isOpen = true;
+        device = place.device;
     }
-    place.isPluggedIn = DeviceOf(place)->Open(plugIn());
-    if (place.isPluggedIn) {
-        place.plugIn = std::move(plugIn);
-        return MMSYSERR_NOERROR;
-    }
-    const std::lock_guard lock(listMutex_);
-    place.isOpen = false;
-    return MMSYSERR_ALLOCATED;
+    if (!device)
+        return MMSYSERR_NODRIVER;
+    if (place.plugIn || !device->Open(plugIn()))
+        return MMSYSERR_ALLOCATED;
+    place.opened = std::move(device);
+    place.plugIn = std::move(plugIn);
+    return MMSYSERR_NOERROR;
 }
 
 void InputDevices::Close(Place& place) {
     const std::lock_guard plug(plugMutex_);
     Unplug(place);
     place.plugIn = {};
-    const std::lock_guard lock(listMutex_);
-    place.isOpen = false;
-    std::erase_if(lost_, [&](const std::shared_ptr<Place>& lost) { return lost.get() == &place; });
 }
 
 }  // namespace win32_layer
@@ -144,7 +143,7 @@ MMRESULT midiInGetDevCapsW(UINT_PTR device, LPMIDIINCAPSW caps, UINT capsBytes) 
     MIDIINCAPSW found{};
     found.vDriverVersion = 0x0100;
     // No zero after 32 characters: readers must not count on one.
-    InputDevices::Instance().GetName(*place).copy(found.szPname, MAXPNAMELEN);
+    place->name.copy(found.szPname, MAXPNAMELEN);
     std::memcpy(caps, &found, std::min<std::size_t>(capsBytes, sizeof(found)));
     return MMSYSERR_NOERROR;
 }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "win32_layer/midi_input_device.h"
@@ -28,43 +29,45 @@ public:
     /// held: what the device sends does not join on to what came from one before it.
     using PlugIn = std::function<MidiInputDevice::Sink()>;
 
-    /// A place in the list. An open input keeps its place when the device is removed,
-    /// hears nothing then, and hears the next device of that identity.
+    /// A place in the list. It stays, and its index with it: a device that is removed
+    /// leaves it empty, for another device of the same identity alone, which the input
+    /// that is open on it then hears.
     struct Place {
-        // Guarded by listMutex_.
-        std::shared_ptr<MidiInputDevice> device;
-        bool isListed = true;
-        bool isOpen = false;
+        explicit Place(std::shared_ptr<MidiInputDevice> pluggedIn)
+            : identity(pluggedIn->GetIdentity()), name(pluggedIn->GetName()), device(std::move(pluggedIn)) {}
+        const std::string identity;
+        const std::wstring name;
+        std::shared_ptr<MidiInputDevice> device;  // null while it is lost; guarded by listMutex_
         // Guarded by plugMutex_.
-        bool isPluggedIn = false;  // the device was opened, and not closed
-        PlugIn plugIn{};
+        std::shared_ptr<MidiInputDevice> opened{};  // the device, where it was opened and not closed
+        PlugIn plugIn{};                            // empty: no input is open
     };
 
     static InputDevices& Instance();
 
-    void Add(std::shared_ptr<MidiInputDevice> device);
+    /// False where an open input waits for this device and it refuses the open.
+    bool Add(std::shared_ptr<MidiInputDevice> device);
     void Remove(const std::shared_ptr<MidiInputDevice>& device);
+    /// Empties the list: no device comes back to an input that is still open.
     void RemoveAll();
 
     std::vector<std::shared_ptr<MidiInputDevice>> GetAll() const;
     std::size_t GetCount() const;
     /// Null beyond the list.
     std::shared_ptr<Place> At(std::size_t index) const;
-    std::wstring GetName(const Place& place) const;
+    bool IsLost(const Place& place) const;
 
-    /// MMSYSERR_ALLOCATED when it is taken or refuses.
+    /// MMSYSERR_ALLOCATED when it is taken or refuses, MMSYSERR_NODRIVER while it is lost.
     MMRESULT Open(Place& place, PlugIn plugIn);
     /// No sink is called any more once it has returned.
     void Close(Place& place);
 
 private:
-    std::shared_ptr<MidiInputDevice> DeviceOf(const Place& place) const;
-    void Unplug(Place& place);
+    static void Unplug(Place& place);
 
     std::mutex plugMutex_;
     mutable std::mutex listMutex_;
     std::vector<std::shared_ptr<Place>> places_;  // guarded by listMutex_
-    std::vector<std::shared_ptr<Place>> lost_;    // open, and not in the list; guarded by listMutex_
 };
 
 }  // namespace win32_layer

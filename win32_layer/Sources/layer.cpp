@@ -35,8 +35,8 @@ std::vector<std::shared_ptr<MidiOutputDevice>> Layer::GetOutputs() const {
     return OutputDevices::Instance().GetAll();
 }
 
-void Layer::AddInput(std::shared_ptr<MidiInputDevice> device) {
-    InputDevices::Instance().Add(std::move(device));
+bool Layer::AddInput(std::shared_ptr<MidiInputDevice> device) {
+    return InputDevices::Instance().Add(std::move(device));
 }
 
 void Layer::RemoveInput(const std::shared_ptr<MidiInputDevice>& device) {
@@ -50,6 +50,11 @@ std::vector<std::shared_ptr<MidiInputDevice>> Layer::GetInputs() const {
 bool Layer::IsOutputLost(std::size_t index) const {
     const auto place = OutputDevices::Instance().At(index);
     return place && !OutputDevices::Instance().GetDevice(*place);
+}
+
+bool Layer::IsInputLost(std::size_t index) const {
+    const auto place = InputDevices::Instance().At(index);
+    return place && InputDevices::Instance().IsLost(*place);
 }
 
 void Layer::SetOutputObserver(OutputObserver observer) {
