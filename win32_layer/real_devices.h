@@ -8,13 +8,13 @@
 
 namespace win32_layer {
 
-/// The MIDI outputs of the system, ALSA's and JACK's, in the layer's list: what is plugged
-/// in is added, what is unplugged is lost, and what comes back has its place again. A JACK
-/// server may die, hang and start anew meanwhile.
+/// The MIDI outputs and inputs of the system, ALSA's and JACK's, in the layer's lists:
+/// what is plugged in is added, what is unplugged is lost, and what comes back has its
+/// place again. A JACK server may die, hang and start anew meanwhile.
 ///
 /// Owner:   the program; at most one at a time. Its devices are removed with it.
 /// Threads: any. A thread for each of the two looks once a second what there is; and every
-///          output that is open has one, which alone calls what may block. One of them
+///          port that is open has one, which alone calls what may block. One of them
 ///          that hangs in a server is left behind.
 /// Lock:    none that a sender takes.
 /// Errors:  nothing throws. What a device could not be given is told, once for each time

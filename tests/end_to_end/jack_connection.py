@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""jack_connection.py BIN: plays to an instrument on a JACK server of its own; both go and come back meanwhile.
+"""jack_connection.py BIN: plays to an instrument on a JACK server of its own, which has a pedal that steers the player;
+instrument and server go and come back meanwhile.
 
 The server runs with its dummy driver and without real-time priority, so that any user and machine can have it. ALSA's
 devices need the kernel's sequencer, which build machines lack, and are no part of this. Needs python3-mido for the song
@@ -9,6 +10,7 @@ and python3-jack-client for the instrument. Ends with "N passed, N failed", or w
 import json
 import os
 import pathlib
+import queue
 import signal
 import socket
 import subprocess
@@ -36,7 +38,8 @@ class Fault(Exception):
 
 
 def be_instrument(name):
-    """A program of its own: prints "ready", then for every message the moment in nanoseconds and its bytes."""
+    """A program of its own: prints "ready"; then, asked "what", for every message the moment in nanoseconds and its
+    bytes, and asked to "press" these bytes of its pedal, the moment at which they were sent."""
     import jack
     end = time.monotonic() + PATIENCE
     while True:
@@ -48,21 +51,32 @@ def be_instrument(name):
                 raise
             time.sleep(0.2)
     port = client.midi_inports.register("in")
+    pedal = client.midi_outports.register("pedal")
     heard = []
+    to_send = queue.SimpleQueue()
+    sent = queue.SimpleQueue()
 
     @client.set_process_callback
     def process(_frames):
         now = time.monotonic_ns()
         for _offset, message in port.incoming_midi_events():
             heard.append((now, bytes(message)))
+        pedal.clear_buffer()
+        while not to_send.empty():
+            pedal.write_midi_event(0, to_send.get())
+            sent.put(now)
 
     client.activate()
     print("ready", flush=True)
-    while sys.stdin.readline() == "what\n":
-        while heard:
-            moment, message = heard.pop(0)
-            print(moment, message.hex())
-        print("end", flush=True)
+    for line in sys.stdin:
+        if line == "what\n":
+            while heard:
+                moment, message = heard.pop(0)
+                print(moment, message.hex())
+            print("end", flush=True)
+        else:
+            to_send.put(bytes.fromhex(line.removeprefix("press ")))
+            print(sent.get(timeout=PATIENCE), flush=True)
     client.close()
 
 
@@ -83,6 +97,12 @@ class Instrument:
             moment, message = line.split()
             heard.append((int(moment), bytes.fromhex(message)))
         raise Fault("the instrument has ended")
+
+    def press(self, message):
+        """Presses or lets go the pedal; returns when, in nanoseconds."""
+        self.process.stdin.write(f"press {message}\n")
+        self.process.stdin.flush()
+        return int(self.process.stdout.readline())
 
     def unplug(self):
         self.process.kill()
@@ -116,9 +136,9 @@ class Server:
 class Player:
     """A player that is steered through its socket."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, song=SONG):
         path = folder / "control"
-        self.process = subprocess.Popen([BIN / "vemo_player", "play", SONG, "--serve", path], env=ENVIRONMENT,
+        self.process = subprocess.Popen([BIN / "vemo_player", "play", song, "--serve", path], env=ENVIRONMENT,
                                         text=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                         stderr=subprocess.PIPE)
         self.said = []
@@ -134,6 +154,10 @@ class Player:
         if not answer["done"]:
             raise Fault(f"{command}: {answer['message']}")
         return answer
+
+    def bindings(self):
+        commands = self.do("state")["state"]["commandInput"]["commands"]
+        return {command["name"]: command["binding"] for command in commands if command["binding"]}
 
     def device(self):
         return self.do("state")["state"]["device"]
@@ -204,6 +228,39 @@ def messages_arrive_soon_and_long_ones_whole(server, instrument, _folder):
     print(f"from the engine's call to the instrument: median {median:.2f} ms, 99th percentile {most:.2f} ms "
           f"(a cycle of the server takes {cycle:.2f} ms)")
     same(median < 4 * cycle, True, f"median of {median} ms is soon")
+
+
+def a_pedal_plays_what_it_was_taught(server, instrument, folder):
+    song = mido.MidiFile(tracks=[mido.MidiTrack([mido.Message("note_on", note=60, velocity=90),
+                                                 mido.Message("note_off", note=60, time=40 * 480)])])
+    song.save(folder / "song.mid")
+    (folder / "show.json").write_text(json.dumps({"title": "Taught", "kind": "programs",
+                                                  "songs": [{"key": "one", "file": "song.mid"}]}))
+    player = Player(folder, folder / "show.json")
+    try:
+        player.do("command input instrument:pedal")
+        for command, message, binding in (("Play", "b0407f", "controller 64, channel 1"),
+                                          ("Stop", "9c247f", "note 36, channel 13")):
+            player.do(f"learn {command}")
+            instrument.press(message)
+            wait_for(lambda: player.bindings().get(command) == binding, f"{command} to be learned")
+        instrument.press("b04000")
+        late = []
+        for _ in range(100):
+            instrument.take()
+            pressed = instrument.press("b0407f")
+            heard = []
+            wait_for(lambda: heard.extend(instrument.take()) or any(one[0] == 0x90 for _, one in heard), "the note")
+            late.append((next(moment for moment, one in heard if one[0] == 0x90) - pressed) / 1e6)
+            for message in ("b04000", "9c247f", "8c2400"):
+                instrument.press(message)
+            wait_for(lambda: any(one[0] == 0x80 for _, one in instrument.take()), "the note to end")
+    finally:
+        player.end()
+    late.sort()
+    print(f"from the pedal to the first note: median {late[49]:.2f} ms, 99th percentile {late[98]:.2f} ms, both by way "
+          f"of the server (a cycle takes {1000 * server.frames / RATE:.2f} ms)")
+    same(late[49] < 100, True, f"median of {late[49]} ms is soon")
 
 
 def an_unplugged_instrument_is_shown_and_comes_back_with_its_state(_server, instrument, folder):
@@ -278,7 +335,8 @@ def run_on(kind, tests):
 
 def main():
     try:
-        counts = [run_on(PATIENT, [the_song_arrives_whole, messages_arrive_soon_and_long_ones_whole]),
+        counts = [run_on(PATIENT, [the_song_arrives_whole, messages_arrive_soon_and_long_ones_whole,
+                                    a_pedal_plays_what_it_was_taught]),
                   run_on(USUAL, [an_unplugged_instrument_is_shown_and_comes_back_with_its_state,
                                  a_server_that_dies_hangs_no_player])]
     except FileNotFoundError as error:

@@ -8,6 +8,14 @@ std::string DeviceAddress::GetDisplayName() const {
     return isNumbered ? name.substr(0, number) : name;
 }
 
+std::wstring DeviceAddress::GetPlatformName() const {
+    // A character for each byte: the engine makes bytes of characters, UTF-8 then again.
+    std::wstring platformName;
+    for (const char byte : GetDisplayName())
+        platformName += static_cast<wchar_t>(static_cast<unsigned char>(byte));
+    return platformName;
+}
+
 std::string DeviceAddress::GetIdentity() const {
     return RtMidi::getApiName(api) + ":" + GetDisplayName();
 }

@@ -19,6 +19,8 @@ struct DeviceAddress {
     /// "client:port". RtMidi appends ALSA's number of the port, which is another one after
     /// every re-plugging.
     std::string GetDisplayName() const;
+    /// The same in the platform's characters.
+    std::wstring GetPlatformName() const;
     std::string GetIdentity() const;
 };
 

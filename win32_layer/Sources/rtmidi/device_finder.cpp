@@ -16,32 +16,50 @@ namespace {
 // Without it ALSA's library and RtMidi complain on standard error.
 constexpr char kSequencer[] = "/dev/snd/seq";
 
+template <typename Client>
+std::vector<DeviceAddress> AlsaPorts(std::optional<Client>& client) {
+    if (!client) {
+        client.emplace(RtMidi::LINUX_ALSA, kClientName);
+        client->setErrorCallback([](RtMidiError::Type, const std::string&, void*) {});
+    }
+    std::vector<DeviceAddress> found;
+    const unsigned int count = client->getPortCount();
+    for (unsigned int index = 0; index < count; ++index)
+        if (std::string name = client->getPortName(index); !name.empty() && !IsOwnPort(name))
+            found.push_back({RtMidi::LINUX_ALSA, std::move(name), nullptr});
+    std::stable_partition(found.begin(), found.end(),
+                          [](const DeviceAddress& address) { return !IsLoop(address.name); });
+    return found;
+}
+
+std::vector<DeviceAddress> JackPorts(const std::shared_ptr<JackServer>& server, unsigned long direction) {
+    std::vector<DeviceAddress> found;
+    for (std::string& name : server->GetPorts(direction))
+        if (!IsOwnPort(name))
+            found.push_back({RtMidi::UNIX_JACK, std::move(name), server});
+    return found;
+}
+
 }  // namespace
 
 bool IsLoop(const std::string& name) {
     return name.find("Midi Through") != std::string::npos;
 }
 
-std::vector<DeviceAddress> AlsaFinder::FindOutputs() {
-    std::vector<DeviceAddress> found;
+FoundDevices AlsaFinder::Find() {
+    FoundDevices found;
     if (access(kSequencer, R_OK | W_OK) != 0) {
         outputs_.reset();
+        inputs_.reset();
         return found;
     }
     try {
-        if (!outputs_) {
-            outputs_.emplace(RtMidi::LINUX_ALSA, kClientName);
-            outputs_->setErrorCallback([](RtMidiError::Type, const std::string&, void*) {});
-        }
-        const unsigned int count = outputs_->getPortCount();
-        for (unsigned int index = 0; index < count; ++index)
-            if (std::string name = outputs_->getPortName(index); !name.empty() && !IsOwnPort(name))
-                found.push_back({RtMidi::LINUX_ALSA, std::move(name), nullptr});
+        found.outputs = AlsaPorts(outputs_);
+        found.inputs = AlsaPorts(inputs_);
     } catch (const std::exception&) {
         outputs_.reset();
+        inputs_.reset();
     }
-    std::stable_partition(found.begin(), found.end(),
-                          [](const DeviceAddress& address) { return !IsLoop(address.name); });
     return found;
 }
 
@@ -50,22 +68,19 @@ bool JackFinder::ServerIsWell() {
     return server_->IsRunning() && cycles_ != before && server_->HasEveryWatchedPort();
 }
 
-std::vector<DeviceAddress> JackFinder::FindOutputs() {
-    std::vector<DeviceAddress> found;
+FoundDevices JackFinder::Find() {
     if (server_ && !ServerIsWell()) {
         server_.reset();
-        return found;
+        return {};
     }
     if (!server_) {
         server_ = JackServer::Connect();
         cycles_ = UINT64_MAX;
     }
     if (!server_)
-        return found;
-    for (std::string& name : server_->GetPorts(JackPortIsInput))
-        if (!IsOwnPort(name))
-            found.push_back({RtMidi::UNIX_JACK, std::move(name), server_});
-    return found;
+        return {};
+    // What takes messages is a server's input, and the program's output.
+    return {JackPorts(server_, JackPortIsInput), JackPorts(server_, JackPortIsOutput)};
 }
 
 }  // namespace win32_layer

@@ -11,7 +11,13 @@
 
 namespace win32_layer {
 
-/// Looks which MIDI ports of one kind there are, but for the program's own.
+/// MIDI ports of the system, but for the program's own.
+struct FoundDevices {
+    std::vector<DeviceAddress> outputs;
+    std::vector<DeviceAddress> inputs;
+};
+
+/// Looks which MIDI ports of one kind there are.
 ///
 /// Owner:   a watcher's thread, which alone uses it.
 /// Errors:  none: what cannot be asked has no ports.
@@ -19,23 +25,24 @@ class DeviceFinder {
 public:
     virtual ~DeviceFinder() = default;
     /// May wait for the system, for ever if it hangs.
-    virtual std::vector<DeviceAddress> FindOutputs() = 0;
+    virtual FoundDevices Find() = 0;
 };
 
 class AlsaFinder : public DeviceFinder {
 public:
     /// The kernel's loop comes last: no instrument is behind it.
-    std::vector<DeviceAddress> FindOutputs() override;
+    FoundDevices Find() override;
 
 private:
     std::optional<RtMidiOut> outputs_;
+    std::optional<RtMidiIn> inputs_;
 };
 
 class JackFinder : public DeviceFinder {
 public:
     /// None, once, where the server has died or hangs, or has thrown a client out: what was
     /// found before has to be given up before it is looked for again.
-    std::vector<DeviceAddress> FindOutputs() override;
+    FoundDevices Find() override;
 
 private:
     bool ServerIsWell();

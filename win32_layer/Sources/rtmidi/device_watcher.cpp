@@ -14,9 +14,33 @@ using namespace std::chrono_literals;
 
 constexpr auto kInterval = 1s;
 
+template <typename Device, typename Remove>
+void RemoveMissing(std::vector<std::shared_ptr<Device>>& devices, const std::vector<DeviceAddress>& found,
+                   Remove remove) {
+    std::erase_if(devices, [&](const std::shared_ptr<Device>& device) {
+        if (std::find(found.begin(), found.end(), device->GetAddress()) != found.end())
+            return false;
+        remove(device);
+        return true;
+    });
+}
+
+template <typename Device, typename Add>
+void AddNew(std::vector<std::shared_ptr<Device>>& devices, const std::vector<DeviceAddress>& found,
+            const RealDevices::Say& say, Add add) {
+    for (const DeviceAddress& address : found) {
+        if (std::any_of(devices.begin(), devices.end(),
+                        [&](const auto& device) { return device->GetAddress() == address; }))
+            continue;
+        auto device = std::make_shared<Device>(address, say);
+        if (add(device))
+            devices.push_back(std::move(device));
+    }
+}
+
 }  // namespace
 
-DeviceWatcher::DeviceWatcher(std::unique_ptr<DeviceFinder> finder, RealOutput::Say say)
+DeviceWatcher::DeviceWatcher(std::unique_ptr<DeviceFinder> finder, RealDevices::Say say)
     : say_(std::move(say)), finder_(std::move(finder)) {}
 
 void DeviceWatcher::Start(std::chrono::milliseconds atMost) {
@@ -43,7 +67,7 @@ bool DeviceWatcher::HasToEnd() {
 
 void DeviceWatcher::Run() {
     for (;;) {
-        const std::vector<DeviceAddress> found = finder_->FindOutputs();
+        const FoundDevices found = finder_->Find();
         if (HasToEnd())
             break;
         Update(found);
@@ -60,22 +84,13 @@ void DeviceWatcher::Run() {
     changed_.notify_all();
 }
 
-void DeviceWatcher::Update(const std::vector<DeviceAddress>& found) {
+void DeviceWatcher::Update(const FoundDevices& found) {
+    Layer& layer = Layer::Instance();
     // What has gone first: what is new may be the same device, plugged in again.
-    std::erase_if(outputs_, [&](const std::shared_ptr<RealOutput>& output) {
-        if (std::find(found.begin(), found.end(), output->GetAddress()) != found.end())
-            return false;
-        Layer::Instance().RemoveOutput(output);
-        return true;
-    });
-    for (const DeviceAddress& address : found) {
-        if (std::any_of(outputs_.begin(), outputs_.end(),
-                        [&](const auto& output) { return output->GetAddress() == address; }))
-            continue;
-        auto output = std::make_shared<RealOutput>(address, say_);
-        if (Layer::Instance().AddOutput(output))
-            outputs_.push_back(std::move(output));
-    }
+    RemoveMissing(outputs_, found.outputs, [&layer](const auto& output) { layer.RemoveOutput(output); });
+    RemoveMissing(inputs_, found.inputs, [&layer](const auto& input) { layer.RemoveInput(input); });
+    AddNew(outputs_, found.outputs, say_, [&layer](const auto& output) { return layer.AddOutput(output); });
+    AddNew(inputs_, found.inputs, say_, [&layer](const auto& input) { return layer.AddInput(input); });
 }
 
 }  // namespace win32_layer

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "device_finder.h"
+#include "real_input.h"
 #include "real_output.h"
 
 namespace win32_layer {
@@ -18,7 +19,7 @@ namespace win32_layer {
 /// Lock:    mutex_, a leaf.
 class DeviceWatcher : public std::enable_shared_from_this<DeviceWatcher> {
 public:
-    DeviceWatcher(std::unique_ptr<DeviceFinder> finder, RealOutput::Say say);
+    DeviceWatcher(std::unique_ptr<DeviceFinder> finder, RealDevices::Say say);
 
     /// Returns when it has looked for the first time, or that time has passed.
     void Start(std::chrono::milliseconds atMost);
@@ -28,10 +29,10 @@ public:
 
 private:
     void Run();
-    void Update(const std::vector<DeviceAddress>& found);
+    void Update(const FoundDevices& found);
     bool HasToEnd();
 
-    const RealOutput::Say say_;
+    const RealDevices::Say say_;
     std::mutex mutex_;
     std::condition_variable changed_;
     // Guarded by mutex_.
@@ -41,6 +42,7 @@ private:
     // The thread's own.
     std::unique_ptr<DeviceFinder> finder_;
     std::vector<std::shared_ptr<RealOutput>> outputs_;
+    std::vector<std::shared_ptr<RealInput>> inputs_;
 };
 
 }  // namespace win32_layer

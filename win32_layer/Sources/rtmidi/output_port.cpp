@@ -1,11 +1,10 @@
 #include "output_port.h"
 
 #include <algorithm>
-#include <mutex>
 #include <stdexcept>
-#include <vector>
 
 #include "client_name.h"
+#include "port_opening.h"
 
 namespace win32_layer {
 
@@ -27,50 +26,20 @@ constexpr std::size_t kAlsaPiece = 1024;
 constexpr std::chrono::microseconds kWireTimePerByte{320};  // MIDI 1.0: 31,250 baud
 constexpr auto kLongestBacklog = kWireTimePerByte * 2048;
 
-/// Whose port a new one is can be told only where they come one after another.
-std::mutex& OpeningMutex() {
-    static std::mutex* const mutex = new std::mutex;
-    return *mutex;
-}
-
 }  // namespace
 
 OutputPort::OutputPort(const DeviceAddress& address) : address_(address), output_(address.api, kClientName) {
-    output_.setErrorCallback([](RtMidiError::Type, const std::string& text,
-                                void* complaint) { *static_cast<std::string*>(complaint) = text; },
-                             &complaint_);
+    WriteErrorsTo(output_, complaint_);
     if (output_.getCurrentApi() != address.api)
         throw std::runtime_error("RtMidi lacks this kind of device");
-    const std::lock_guard lock(OpeningMutex());
-    const auto before = address_.server ? address_.server->GetPorts(JackPortIsOutput) : std::vector<std::string>();
-    Open();
-    if (!address_.server)
-        return;
-    for (const std::string& port : address_.server->GetPorts(JackPortIsOutput))
-        if (IsOwnPort(port) && std::find(before.begin(), before.end(), port) == before.end())
-            ownPort_ = port;
-    address_.server->Watch(ownPort_);
+    ownPort_ = OpenPort(output_, address_, "out", complaint_);
+    if (address_.server)
+        address_.server->Watch(ownPort_);
 }
 
 OutputPort::~OutputPort() {
     if (address_.server)
         address_.server->Forget(ownPort_);
-}
-
-void OutputPort::Open() {
-    const unsigned int count = output_.getPortCount();
-    for (unsigned int index = 0; index < count; ++index) {
-        if (output_.getPortName(index) != address_.name)
-            continue;
-        complaint_.clear();
-        output_.openPort(index, "out");
-        // One that has gone just now would have left its index to another.
-        if (complaint_.empty() && output_.getPortName(index) == address_.name)
-            return;
-        output_.closePort();
-        throw std::runtime_error(complaint_.empty() ? "it has gone" : complaint_);
-    }
-    throw std::runtime_error("it has gone");
 }
 
 std::size_t OutputPort::GetLongestPiece() const {

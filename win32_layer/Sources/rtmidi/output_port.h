@@ -42,7 +42,6 @@ public:
 private:
     using Time = std::chrono::steady_clock::time_point;
 
-    void Open();
     bool FitsIntoCycle(std::size_t count);
 
     const DeviceAddress address_;  // first: its server's other clients have to go before it

@@ -61,7 +61,8 @@ RealDevices::~RealDevices() {
         watcher->End();
     for (const auto& watcher : impl_->watchers)
         watcher->WaitForEnd(until);
-    while ((RealOutput::CountLines() > 0 || JackServer::IsInUse()) && SteadyClock::now() < until)
+    while ((RealOutput::CountLines() + RealInput::CountLines() > 0 || JackServer::IsInUse()) &&
+           SteadyClock::now() < until)
         std::this_thread::sleep_for(kEndStep);
 }
 

@@ -31,7 +31,7 @@ std::atomic<int> lines{0};
 
 /// What the device and the thread share; the thread may outlive the device.
 struct RealOutput::Line {
-    Line(DeviceAddress to, Say sayTo) : address(std::move(to)), say(std::move(sayTo)) { ++lines; }
+    Line(DeviceAddress to, RealDevices::Say sayTo) : address(std::move(to)), say(std::move(sayTo)) { ++lines; }
     ~Line() { --lines; }
 
     void Run();
@@ -42,7 +42,7 @@ struct RealOutput::Line {
     void TellLosses(bool hasCaughtUp);
 
     const DeviceAddress address;
-    const Say say;
+    const RealDevices::Say say;
     std::mutex mutex;
     std::condition_variable changed;
     // Guarded by mutex.
@@ -155,16 +155,13 @@ void RealOutput::Line::Add(const std::uint8_t* bytes, std::size_t count) {
     changed.notify_all();
 }
 
-RealOutput::RealOutput(DeviceAddress address, Say say) : address_(std::move(address)), say_(std::move(say)) {}
+RealOutput::RealOutput(DeviceAddress address, RealDevices::Say say)
+    : address_(std::move(address)), say_(std::move(say)) {}
 
 RealOutput::~RealOutput() = default;
 
 std::wstring RealOutput::GetName() const {
-    // A character for each byte: the engine makes bytes of characters, UTF-8 then again.
-    std::wstring name;
-    for (const char byte : address_.GetDisplayName())
-        name += static_cast<wchar_t>(static_cast<unsigned char>(byte));
-    return name;
+    return address_.GetPlatformName();
 }
 
 std::string RealOutput::GetIdentity() const {

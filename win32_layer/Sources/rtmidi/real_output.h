@@ -3,13 +3,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 
 #include "device_address.h"
 #include "win32_layer/midi_output_device.h"
+#include "win32_layer/real_devices.h"
 
 namespace win32_layer {
 
@@ -23,10 +23,7 @@ namespace win32_layer {
 /// Errors:  what a full queue refuses is lost and told, and so is what the system refuses.
 class RealOutput : public MidiOutputDevice {
 public:
-    /// A line for the operator, on the device's thread; must only post.
-    using Say = std::function<void(const std::string&)>;
-
-    RealOutput(DeviceAddress address, Say say);
+    RealOutput(DeviceAddress address, RealDevices::Say say);
     ~RealOutput() override;
 
     const DeviceAddress& GetAddress() const { return address_; }
@@ -44,7 +41,7 @@ private:
     struct Line;
 
     const DeviceAddress address_;
-    const Say say_;
+    const RealDevices::Say say_;
     int openings_ = 0;  // guarded by the layer, which opens and closes one after another
     std::mutex mutex_;
     std::shared_ptr<Line> line_;  // null unless it is open; guarded by mutex_
