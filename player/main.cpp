@@ -1,12 +1,12 @@
 // vemo_player: plays standard MIDI files through the engine.
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "midi/win32/device_diagnostics.h"
+#include "player/exit_status.h"
 #include "player/input_commands.h"
 #include "player/midi_file_import.h"
 #include "player/midi_file_reader.h"
@@ -20,8 +20,6 @@
 
 namespace {
 
-constexpr int kUsageStatus = 2;
-
 int Inspect(const std::vector<std::string>& files) {
     int number = 0;
     for (const std::string& file : files) {
@@ -29,22 +27,22 @@ int Inspect(const std::vector<std::string>& files) {
             ++number;
             std::cout << player::InspectSong(player::ImportMidiFile(player::ReadMidiFile(file), number));
         } catch (const std::exception& error) {
-            std::cerr << "vemo_player: " << error.what() << '\n';
-            return kUsageStatus;
+            std::cout.flush();  // what was said of the files before it comes first
+            return player::Complain(error.what(), player::kRefused);
         }
     }
-    return 0;
+    return player::kDone;
 }
 
 int ListDevices() {
     const player::OutputDevices devices(player::OutputDevices::Kinds::kAll,
-                                        [](const std::string& text) { std::cerr << "vemo_player: " << text << '\n'; });
+                                        [](const std::string& text) { player::Complain(text); });
     std::cout << CreateMidiDeviceSummary() << '\n';
     const std::vector<std::string> inputs = player::MidiInput::GetNames();
     std::cout << "MIDI inputs:" << (inputs.empty() ? " none\n" : "\n");
     for (std::size_t index = 0; index < inputs.size(); ++index)
         std::cout << index << ": " << inputs[index] << '\n';
-    return 0;
+    return player::kDone;
 }
 
 /// A show that somebody sits before, and not a run whose course is given.
@@ -153,7 +151,7 @@ int main(int argc, char** argv) {
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? 0 : kUsageStatus;
+        return program.exit(error) == 0 ? player::kDone : player::kRefused;
     }
     try {
         if (play.parsed() && IsForScreen(options))
@@ -183,7 +181,7 @@ int main(int argc, char** argv) {
         if (devices.parsed())
             return ListDevices();
     } catch (const std::exception& error) {
-        std::cerr << "vemo_player: " << error.what() << '\n';
+        return player::Complain(error.what(), player::kFailed);
     }
-    return 1;
+    return player::kFailed;
 }

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "player/command_input.h"
+#include "player/exit_status.h"
 #include "player/midi_input.h"
 #include "player/midi_message_text.h"
 #include "player/output_devices.h"
@@ -32,9 +33,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int kDone = 0;
-constexpr int kFailed = 1;
-constexpr int kRefused = 2;
 constexpr auto kStep = 20ms;
 constexpr auto kSendPatience = 5s;
 
@@ -43,13 +41,9 @@ extern "C" void OnInputInterrupt(int) {
     interrupted = 1;
 }
 
-int Complain(const std::string& message, int status) {
-    std::fprintf(stderr, "vemo_player: %s\n", message.c_str());
-    return status;
-}
-
+// For who takes a function: Complain is two.
 void Say(const std::string& message) {
-    Complain(message, kDone);
+    Complain(message);
 }
 
 /// What arrives on a thread of the platform's, for the main thread.
@@ -107,7 +101,7 @@ void Listen(const std::string& name, Taken taken) {
         std::fflush(stdout);
     }
     if (const std::uint64_t lost = arrived.GetLost() + input.GetDiscarded(); lost > 0)
-        Complain(zell::format("%u messages were lost", lost), kDone);
+        Complain(zell::format("%u messages were lost", lost));
 }
 
 void PrintReport(const CommandInput::Report& report) {
@@ -231,8 +225,7 @@ int LearnCommand(const LearnRequest& request) {
         const OutputDevices devices(OutputDevices::Kinds::kAll, Say);
         if (!request.input.empty())
             MidiInput::Select(request.input);
-        CommandInput input({request.input, [](CommandKind) {},
-                            [](const std::string& text) { std::fprintf(stderr, "vemo_player: %s\n", text.c_str()); }});
+        CommandInput input({request.input, [](CommandKind) {}, Say});
         input.OpenShow(request.show, show.kind);
         int status = kDone;
         if (!request.forgotten.empty())

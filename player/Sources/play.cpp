@@ -22,6 +22,7 @@
 #include "player/command_input.h"
 #include "player/control_server.h"
 #include "player/current_show.h"
+#include "player/exit_status.h"
 #include "player/input_posting.h"
 #include "player/operator_commands.h"
 #include "player/output_devices.h"
@@ -48,20 +49,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int kDone = 0;
-constexpr int kFailed = 1;
-constexpr int kRefused = 2;
-constexpr int kInterrupted = 130;
 constexpr auto kLongestSilence = 5s;
 constexpr auto kOutputPatience = 2s;
 
 volatile std::sig_atomic_t interrupted = 0;
 extern "C" void OnInterrupt(int) {
     interrupted = 1;
-}
-
-void Complain(const std::string& message) {
-    std::fprintf(stderr, "vemo_player: %s\n", message.c_str());
 }
 
 /// What the engine's threads report, until the main thread prints it: standard error
@@ -516,8 +509,9 @@ int Play(const PlayOptions& options) {
     zell::CoutBuffer::SetSink(
         [reports](const std::string& text) { reports->Add(text.substr(0, text.find_last_not_of('\n') + 1)); });
     if (!OutputDevices::CanRecord() && (options.offline || !options.recordTo.empty())) {
-        Complain("--offline and --record are not to be had on this system: its MIDI service plays in real time only");
-        return kRefused;
+        return Complain(
+            "--offline and --record are not to be had on this system: its MIDI service plays in real time only",
+            kRefused);
     }
     bool hasStarted = false;
     try {
@@ -545,8 +539,7 @@ int Play(const PlayOptions& options) {
     } catch (const std::exception& error) {
         // Of an output that cannot be opened, the engine lists every device below.
         const std::string message = error.what();
-        Complain(message.substr(0, message.find('\n')));
-        return hasStarted ? kFailed : kRefused;
+        return Complain(message.substr(0, message.find('\n')), hasStarted ? kFailed : kRefused);
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "midi/midi_time_code_controller.h"
 #include "player/display_text.h"
+#include "player/exit_status.h"
 #include "player/midi_file_import.h"
 #include "player/midi_file_reader.h"
 #include "player/show_file.h"
@@ -21,13 +22,6 @@ namespace player {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr int kDone = 0;
-constexpr int kRefused = 2;
-
-void Complain(const std::string& line) {
-    std::fprintf(stderr, "vemo_player: %s\n", line.c_str());
-}
 
 void ComplainOf(const std::string& name, const std::string& fault) {
     Complain(name + ": " + fault);

@@ -1,23 +1,15 @@
 #include "player/time_code_command.h"
 
-#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <string>
 
+#include "player/exit_status.h"
 #include "player/input_commands.h"
 #include "player/time_code_printer.h"
 #include "player/time_code_recording.h"
 
 namespace player {
-
-namespace {
-
-constexpr int kDone = 0;
-constexpr int kNothingFound = 1;
-constexpr int kRefused = 2;
-
-}  // namespace
 
 int FollowTimeCode(const std::string& source) {
     std::error_code error;
@@ -27,10 +19,9 @@ int FollowTimeCode(const std::string& source) {
         TimeCodePrinter printer;
         for (const TimeCodeMessage& message : ReadTimeCodeRecording(source))
             printer.Take(message.bytes.data(), message.bytes.size(), message.seconds);
-        return printer.PrintSummary() ? kDone : kNothingFound;
+        return printer.PrintSummary() ? kDone : kFailed;
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "vemo_player: %s\n", failure.what());
-        return kRefused;
+        return Complain(failure.what(), kRefused);
     }
 }
 

@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "player/control_client.h"
+#include "player/exit_status.h"
 #include "player/screen.h"
 
 namespace player {
@@ -26,9 +27,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int kDone = 0;
-constexpr int kFailed = 1;
-constexpr int kRefused = 2;
 constexpr auto kStartPatience = 60s;
 constexpr auto kStartStep = 10ms;
 constexpr std::chrono::milliseconds kEndPatience = 5s;
@@ -36,11 +34,6 @@ constexpr auto kQuitStep = 50ms;
 // A command may read a show.
 constexpr auto kAnswerPatience = 60s;
 constexpr char kNoScreen[] = "the screen is not part of this build: it was made without ncurses";
-
-int Complain(const std::string& message, int status) {
-    std::fprintf(stderr, "vemo_player: %s\n", message.c_str());
-    return status;
-}
 
 /// Below /tmp anybody may make folders: this one counts only if nobody else gets in.
 std::string PrivateFolder(const std::string& path) {

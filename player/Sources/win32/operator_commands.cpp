@@ -1,18 +1,17 @@
 #include "player/operator_commands.h"
 
-#include <cstdio>
 #include <stdexcept>
+
+#include "player/exit_status.h"
 
 namespace player {
 
 namespace {
 
 constexpr char kAbsent[] = "the control socket and its screen are not to be had on this system";
-constexpr int kRefused = 2;
 
 int Refuse() {
-    std::fprintf(stderr, "vemo_player: %s\n", kAbsent);
-    return kRefused;
+    return Complain(kAbsent, kRefused);
 }
 
 }  // namespace
