@@ -22,9 +22,11 @@ import time
 import mido
 
 BIN = pathlib.Path(sys.argv[1]).resolve()
-SONG = pathlib.Path(__file__).resolve().parents[2] / "player/demo/2_attic_waltz.mid"
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+SONG = ROOT / "player/demo/2_attic_waltz.mid"
 SERVER = f"vemo_test_{os.getpid()}"
-ENVIRONMENT = {**os.environ, "JACK_DEFAULT_SERVER": SERVER, "JACK_NO_AUDIO_RESERVATION": "1"}
+ENVIRONMENT = {**os.environ, "JACK_DEFAULT_SERVER": SERVER, "JACK_NO_AUDIO_RESERVATION": "1",
+               "TSAN_OPTIONS": f"suppressions={ROOT}/tools/tsan_suppressions.txt"}
 PATIENCE = 20
 RATE = 48000
 # With the first a server waits for its clients in every cycle: without, one that comes too late on a busy machine
