@@ -126,10 +126,11 @@ private:
     std::filesystem::path path_;  // of the engine's settings; empty: nothing is open
     ShowKind kind_ = ShowKind::kPrograms;
     PedalSettings pedals_;
-    bool pedalsAreBroken_ = false;  // the file could not be read, and is left as it is
-    bool isConnected_ = false;      // to pedals_.input
-    Time nextLook_{};               // for an input that is missing
-    std::string written_;           // what the settings file says
+    std::optional<PedalSettings> writtenPedals_;  // what their file says
+    bool pedalsAreBroken_ = false;                // the file could not be read, and is left as it is
+    bool isConnected_ = false;                    // to pedals_.input
+    Time nextLook_{};                             // for an input that is missing
+    std::string written_;                         // what the settings file says
     std::optional<Request> request_;
     std::uint64_t learnedCount_ = 0;
 
