@@ -28,15 +28,19 @@ VEMO_MIDI_EXPORT bool operator<(const std::pair<unsigned char, unsigned char>& l
 /// calls the function that a message is bound to, and learns bindings from the
 /// messages that come next. What nothing consumes is collected and forwarded.
 ///
-/// Owner:   the host. Destroying it closes the input first, and waits for the
-///          message being processed; not from a function that it calls.
+/// Owner:   the host. Destroying it closes the input, and waits for the messages
+///          being processed, also those of an input that has been replaced; for its
+///          own where a function that it calls destroys it, after which that
+///          message is done with.
 /// Threads: ProcessMessage and the packet operations on the input thread, one at a
 ///          time; SetForwardingFunction while no packet is delivered; the rest on
 ///          any. Bound functions, learned callbacks and the filter are called on
 ///          the input thread.
-/// Lock:    mutex_, a leaf, held while none of these functions runs nor a device is
-///          opened, started or closed. A thread that waits for an input to close
-///          must hold no lock that such a function takes.
+/// Lock:    connectingMutex_, held while an input is started or exchanged for
+///          another, so that none is started that was let go; then mutex_, a leaf.
+///          Neither is held while one of these functions runs nor a device is
+///          opened or closed. A thread that waits for an input to close must hold no
+///          lock that such a function takes.
 /// Units:   a key is a status byte with its channel and the first data byte.
 /// Errors:  MidiPortError where an input cannot be opened or started;
 ///          std::bad_function_call for an empty function when its turn comes. What
@@ -52,10 +56,13 @@ public:
 
     /// Opens that input device in place of the current one, which is closed only
     /// then, and stays where the new one cannot be opened. It delivers nothing
-    /// before Start(). May be called by a bound function, which must not wait for
+    /// before Start(). A bound function may call it, as far as the platform lets an
+    /// input be closed by its own message (see MidiInputWin32); it must not wait for
     /// another thread that connects or disconnects.
     void ConnectWithSourceIndex(unsigned char sourceIndex);
     void Start();
+    /// Once it returns, that input delivers nothing more, also where another thread
+    /// was starting it.
     void Disconnect();
     bool GetIsConnected();
     /// Of the input or, after Disconnect(), of the one that it closed.
@@ -89,16 +96,23 @@ public:
     void DisplayCallbackMap(std::ostream& stream);
 
 private:
-    std::shared_ptr<MidiInputInterface> ReplaceInput(std::shared_ptr<MidiInputInterface> input);
+    /// The messages being processed; outlives a dispatcher that one of them ends.
+    struct Calls;
+    class Call;
+
+    std::unique_ptr<MidiInputInterface> ReplaceInput(std::unique_ptr<MidiInputInterface> input);
+    bool WaitForOtherCalls();
     bool PassesFilter(const MIDIMessage& message);
     bool AnswerLearnRequest(const Key& key);
     bool CallBinding(const Key& key);
     void AppendToPacket(const MIDIMessage& message);
 
+    const std::shared_ptr<Calls> calls_;
+    std::mutex connectingMutex_;
     std::mutex mutex_;
     // Guarded by mutex_. Both queues have the same length, 0 unless learning.
     bool isLearning_ = false;
-    std::shared_ptr<MidiInputInterface> input_;  // shared with a Start() under way
+    std::unique_ptr<MidiInputInterface> input_;  // changes under both mutexes
     std::queue<std::function<void(Key)>> learnedCallbacks_;
     std::queue<std::function<void()>> assignCallbacks_;  // an empty one assigns nothing
     std::map<Key, std::function<void()>> callbackMap_;

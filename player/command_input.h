@@ -127,11 +127,12 @@ private:
     std::filesystem::path path_;  // of the engine's settings; empty: nothing is open
     ShowKind kind_ = ShowKind::kPrograms;
     PedalSettings pedals_;
-    bool pedalsAreBroken_ = false;  // the file could not be read, and is left as it is
-    bool isConnected_ = false;      // to pedals_.input
-    bool isLost_ = false;           // it is connected to what is unplugged
-    Time nextLook_{};               // for an input that is missing
-    std::string written_;           // what the settings file says
+    std::optional<PedalSettings> writtenPedals_;  // what their file says
+    bool pedalsAreBroken_ = false;                // the file could not be read, and is left as it is
+    bool isConnected_ = false;                    // to pedals_.input
+    bool isLost_ = false;                         // it is connected to what is unplugged
+    Time nextLook_{};                             // for an input that is missing
+    std::string written_;                         // what the settings file says
     std::optional<Request> request_;
     std::uint64_t learnedCount_ = 0;
 

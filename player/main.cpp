@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "midi/win32/device_diagnostics.h"
 #include "player/exit_status.h"
 #include "player/input_commands.h"
 #include "player/midi_file_import.h"
@@ -37,7 +36,7 @@ int Inspect(const std::vector<std::string>& files) {
 int ListDevices() {
     const player::OutputDevices devices(player::OutputDevices::Kinds::kAll,
                                         [](const std::string& text) { player::Complain(text); });
-    std::cout << CreateMidiDeviceSummary() << '\n';
+    std::cout << player::OutputDevices::Describe() << '\n';
     const std::vector<std::string> inputs = player::MidiInput::GetNames();
     std::cout << "MIDI inputs:" << (inputs.empty() ? " none\n" : "\n");
     for (std::size_t index = 0; index < inputs.size(); ++index)

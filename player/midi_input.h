@@ -37,7 +37,7 @@ public:
     /// System exclusive messages that were too long, broken off or badly received.
     std::uint64_t GetDiscarded() const;
 
-    /// Display names of this machine's inputs, by device index.
+    /// Display names of this machine's inputs, in UTF-8, by device index.
     static std::vector<std::string> GetNames();
     /// The index of the input of that name or index. std::invalid_argument with one line
     /// that names those there are.

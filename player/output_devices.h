@@ -49,8 +49,10 @@ public:
     /// Whether the device of that index, which keeps its meaning, is unplugged.
     static bool IsLost(std::size_t index);
 
-    /// Display names, by device index.
+    /// Display names in UTF-8, by device index.
     static std::vector<std::string> GetNames();
+    /// All that the platform tells of them, in lines for the operator.
+    static std::string Describe();
     /// The device of that index or name, as an index in digits; std::invalid_argument with
     /// one line where there is none.
     static std::string Select(const std::string& wanted);

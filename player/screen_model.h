@@ -84,6 +84,7 @@ struct ScreenModel {
     std::string learning;  // the command that waits for its pedal; empty: none
     std::vector<Pedal> pedals;
     std::string showControlState = "none";  // "none", "on", "off" or "missing"
+    bool showControlIsArmed = false;
     int showControlRefused = 0;
     std::string showControlRefusal;  // the newest
 

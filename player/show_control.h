@@ -21,7 +21,7 @@ namespace player {
 /// Hears a desk that fires the songs by MIDI Show Control: GO messages with a cue number.
 ///
 /// Owner:   the program; the transport, which uses it, goes first.
-/// Threads: OpenShow() and SetArmed() on one thread at a time, the transport's; Poll()
+/// Threads: OpenShow() to SetArmed() on one thread at a time, the transport's; Poll()
 ///          and GetReport() on any. Messages arrive on a thread of the platform's.
 /// Lock:    inputMutex_, held while the input is opened and closed; mutex_, which alone the
 ///          thread of the input takes, before those of posting.
@@ -43,6 +43,7 @@ public:
     };
     struct Report {
         std::string state = "none";  // "none", "on", "off" (disarmed) or "missing" (its input)
+        bool isArmed = false;        // also while the input is missing
         std::uint64_t cues = 0;      // that were taken
         std::uint64_t refused = 0;   // of them or before
         std::string newestRefusal;
@@ -60,6 +61,10 @@ public:
 
     /// commandInput: the input of the learned commands, which a desk cannot share.
     void OpenShow(const std::optional<ShowDocument::ShowControl>& wanted, const std::string& commandInput);
+    /// The pedals have another input: one that show control waits for may be free now.
+    void SetCommandInput(const std::string& name);
+    /// The name that the show wants, whether or not it is there; empty: none.
+    std::string GetInput() const;
     void SetArmed(bool armed);
     /// Several times a second: counts what became of the cues, opens an input that was
     /// missing.

@@ -121,6 +121,7 @@ private:
     CommandAnswer Save();
     CommandAnswer ExecuteTimeCode(const TransportCommand& command);
     CommandAnswer ExecuteInput(const TransportCommand& command);
+    CommandAnswer SetCommandInput(const std::string& device);
     CommandAnswer Go(const std::string& cue);
 
     CommandAnswer Start();

@@ -1,7 +1,10 @@
 #include "midi/midi_message_dispatcher.h"
 
+#include <algorithm>
+#include <condition_variable>
 #include <cstddef>
 #include <iostream>
+#include <thread>
 
 #include "midi/Sources/midi_input_factory.h"
 #include "vemo_core/gui_dispatcher.h"
@@ -32,14 +35,53 @@ bool operator<(const std::pair<unsigned char, unsigned char>& left,
     return (left.second << 8 | left.first) < (right.second << 8 | right.first);
 }
 
-MidiMessageDispatcher::MidiMessageDispatcher() : forwardingFunction_(kForwardNothing) {
+struct MidiMessageDispatcher::Calls {
+    std::mutex mutex;
+    std::condition_variable ended;
+    // Guarded by mutex.
+    std::vector<std::thread::id> threads;  // each as often as it is in a call
+};
+
+class MidiMessageDispatcher::Call {
+public:
+    explicit Call(std::shared_ptr<Calls> calls) : calls_(std::move(calls)) {
+        const std::lock_guard lock(calls_->mutex);
+        calls_->threads.push_back(std::this_thread::get_id());
+    }
+    ~Call() {
+        const std::lock_guard lock(calls_->mutex);
+        calls_->threads.erase(std::ranges::find(calls_->threads, std::this_thread::get_id()));
+        calls_->ended.notify_all();
+    }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+private:
+    const std::shared_ptr<Calls> calls_;
+};
+
+MidiMessageDispatcher::MidiMessageDispatcher()
+    : calls_(std::make_shared<Calls>()), forwardingFunction_(kForwardNothing) {
     packetMessages_.reserve(kUsualPacket);
 }
 
 MidiMessageDispatcher::~MidiMessageDispatcher() {
-    // More than once where the function that was running has connected anew.
-    while (ReplaceInput(nullptr)) {
-    }
+    // More than once where a function that was running has connected anew.
+    do {
+        ReplaceInput(nullptr);
+    } while (!WaitForOtherCalls());
+}
+
+/// Waits for the calls of other threads: closing an input waits for its own message
+/// alone, not for that of one before it, which may have put this one in its place.
+/// False where one of them has left an input.
+bool MidiMessageDispatcher::WaitForOtherCalls() {
+    std::unique_lock calling(calls_->mutex);
+    calls_->ended.wait(calling, [this, own = std::this_thread::get_id()] {
+        return std::ranges::all_of(calls_->threads, [own](std::thread::id id) { return id == own; });
+    });
+    // Still with no call beginning: with neither a call nor an input, none can.
+    return !GetIsConnected();
 }
 
 void MidiMessageDispatcher::ConnectWithSourceIndex(unsigned char sourceIndex) {
@@ -49,27 +91,25 @@ void MidiMessageDispatcher::ConnectWithSourceIndex(unsigned char sourceIndex) {
 }
 
 void MidiMessageDispatcher::Start() {
-    std::shared_ptr<MidiInputInterface> input;
-    {
-        const std::lock_guard lock(mutex_);
-        input = input_;
-    }
-    if (input)
-        input->Start();
+    const std::lock_guard connecting(connectingMutex_);
+    if (input_)
+        input_->Start();
     else
         std::cerr << "MidiMessageDispatcher::Start called before "
                   << "ConnectWithSourceIndex" << std::endl;
 }
 
 void MidiMessageDispatcher::Disconnect() {
-    std::shared_ptr<MidiInputInterface> before;
+    std::unique_ptr<MidiInputInterface> before;  // closed after the locks
+    const std::lock_guard connecting(connectingMutex_);
     const std::lock_guard lock(mutex_);
     before.swap(input_);
     hadConnection_ = before != nullptr;
     lastPortIndex_ = before ? before->GetPortIndex() : 0;
 }
 
-std::shared_ptr<MidiInputInterface> MidiMessageDispatcher::ReplaceInput(std::shared_ptr<MidiInputInterface> input) {
+std::unique_ptr<MidiInputInterface> MidiMessageDispatcher::ReplaceInput(std::unique_ptr<MidiInputInterface> input) {
+    const std::lock_guard connecting(connectingMutex_);
     const std::lock_guard lock(mutex_);
     input_.swap(input);
     return input;
@@ -122,6 +162,7 @@ bool MidiMessageDispatcher::IsLearning() {
 }
 
 void MidiMessageDispatcher::ProcessMessage(const MIDIMessage& message) {
+    const Call call(calls_);
     MidiNotification();
     if (!PassesFilter(message))
         return;

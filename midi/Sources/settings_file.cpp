@@ -93,8 +93,19 @@ void SettingsFile::Save() const {
     fs::path target = fs::canonical(path_, error);
     if (error)
         target = path_;
+    if (!isNew && Holds(target))
+        return;
     if (!SaveTo(target) && isNew)
         fs::remove(target, ignored);
+}
+
+bool SettingsFile::Holds(const fs::path& target) const {
+    std::error_code ignored;
+    if (!fs::is_regular_file(target, ignored))
+        return false;
+    std::ifstream file(target, std::ios_base::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    return file.good() && bytes == written_;
 }
 
 bool SettingsFile::SaveTo(const fs::path& target) const {

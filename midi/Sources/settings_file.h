@@ -37,12 +37,14 @@ public:
     void WriteUint16(std::uint16_t value);
     void WriteUint32(std::uint32_t value);
     void WriteString(const std::string& text);
-    /// A link is followed and stays a link.
+    /// A link is followed and stays a link. What the file says already is not written
+    /// again.
     void Save() const;
 
 private:
     enum class Outcome { kDone, kFailed, kCannotBeReplaced };
 
+    bool Holds(const std::filesystem::path& target) const;
     bool SaveTo(const std::filesystem::path& target) const;
     Outcome ReplaceWhole(const std::filesystem::path& target) const;
     bool WriteInPlace(const std::filesystem::path& target) const;

@@ -15,8 +15,9 @@
 /// callback function; or only listed, to ask for its name.
 ///
 /// Owner:   whoever opened or listed it. The target outlives it.
-/// Threads: Start() and KillIt() on host threads, or on the input thread within
-///          the callback; the rest on any.
+/// Threads: Start() and KillIt() on host threads; also on the input thread within
+///          the callback where the platform's service is ours, not on Windows. The
+///          rest on any.
 /// Lock:    mutex_, a leaf, held only to read or write the running flag.
 /// Errors:  MidiPortError with the call, its result and a text where the device
 ///          cannot be opened or started.
@@ -45,7 +46,8 @@ public:
     void Start() override;
     /// Ends the delivery and closes the device. The platform waits for a callback
     /// that is running on the input thread, so no lock may be held here that the
-    /// callback could want; from within the callback it does not wait.
+    /// callback could want. From within the callback ours does not wait, and
+    /// Windows may do so for ever.
     void KillIt();
 
     bool GetIsRunning();

@@ -17,8 +17,10 @@
 ///
 /// Owner:   the target, which outlives it, or the target's owner.
 /// Threads: messages arrive on the input thread with none of our locks held.
-///          Destroying it waits for the message being delivered, except from
-///          within that delivery.
+///          Destroying it waits for the message being delivered. From within
+///          that delivery it does not wait, where the platform's service is ours;
+///          Windows forbids its own to be called there, and may wait for ever: a
+///          host that runs on Windows posts such a change to another thread.
 /// Lock:    the port's, a leaf.
 /// Errors:  MidiPortError where the device cannot be opened or started. What the
 ///          target throws is logged.

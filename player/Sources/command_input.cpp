@@ -158,6 +158,7 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     kind_ = kind;
     path_ = file.empty() ? file : SettingsPathFor(file);
     pedals_ = {};
+    writtenPedals_.reset();
     pedalsAreBroken_ = false;
     if (path_.empty()) {
         if (!settings_.input.empty())
@@ -166,7 +167,8 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
         return;
     }
     try {
-        pedals_ = PedalSettings::Read(PedalsPathOf(path_)).value_or(PedalSettings());
+        writtenPedals_ = PedalSettings::Read(PedalsPathOf(path_));
+        pedals_ = writtenPedals_.value_or(PedalSettings());
     } catch (const std::invalid_argument& error) {
         pedalsAreBroken_ = true;
         settings_.say(std::string(error.what()) + "; it is left as it is");
@@ -211,6 +213,8 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
 }
 
 void CommandInput::Close() {
+    if (commands_)
+        WritePedals();  // where the disk refused it before
     request_.reset();
     commands_.reset();
     dispatcher_.reset();
@@ -484,10 +488,11 @@ void CommandInput::WriteSettings() {
 }
 
 void CommandInput::WritePedals() {
-    if (pedalsAreBroken_)
+    if (pedalsAreBroken_ || pedals_ == writtenPedals_.value_or(PedalSettings()))
         return;
     try {
         pedals_.Write(PedalsPathOf(path_));
+        writtenPedals_ = pedals_;
     } catch (const std::exception& error) {
         settings_.say(error.what());
     }

@@ -6,12 +6,13 @@
 
 #include <array>
 #include <exception>
+#include <iterator>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
 
-#include "midi/midi_ports.h"
 #include "player/device_choice.h"
+#include "player/device_name.h"
 #include "vemo_core/exception_log.h"
 #include "zell/format.h"
 
@@ -179,7 +180,14 @@ std::uint64_t MidiInput::GetDiscarded() const {
 }
 
 std::vector<std::string> MidiInput::GetNames() {
-    return GetMidiInputPortNames();
+    std::vector<std::string> names;
+    for (UINT index = 0; index < midiInGetNumDevs(); ++index) {
+        MIDIINCAPSW capabilities = {};
+        const bool valid = midiInGetDevCapsW(index, &capabilities, sizeof(capabilities)) == MMSYSERR_NOERROR;
+        names.push_back(valid ? DeviceName({capabilities.szPname, std::size(capabilities.szPname)})
+                              : "Not a valid input device.");
+    }
+    return names;
 }
 
 unsigned int MidiInput::Select(const std::string& wanted) {

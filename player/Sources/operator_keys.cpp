@@ -243,7 +243,7 @@ OperatorKeys::Action OperatorKeys::Act(int key, Time now, const ScreenModel& mod
         case 'm': return {hasTrack ? (model.tracks[track_].muted ? "unmute" : "mute") + channel : "", false, false};
         case 'k': return {model.click == "on" ? "click off" : "click on", false, false};
         case 'h': return {model.holds ? "hold off" : "hold on", false, false};
-        case 'c': return {model.showControlState == "off" ? "show control on" : "show control off", false, false};
+        case 'c': return {model.showControlIsArmed ? "show control off" : "show control on", false, false};
         case 'L':
             // Nobody should change a pedal by a slip while an audience listens.
             showsPedals_ = !isShowMode_;

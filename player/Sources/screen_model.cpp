@@ -111,6 +111,7 @@ void TakeState(const Json& json, ScreenModel& model) {
     }
     const Json& showControl = ObjectOf(json, "showControl");
     Get(showControl, "state", model.showControlState);
+    Get(showControl, "armed", model.showControlIsArmed);
     Get(showControl, "refused", model.showControlRefused);
     Get(showControl, "newestRefusal", model.showControlRefusal);
 }

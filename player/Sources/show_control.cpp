@@ -102,6 +102,17 @@ void ShowControl::Poll() {
         settings_.say("show control is heard");
 }
 
+void ShowControl::SetCommandInput(const std::string& name) {
+    const std::lock_guard input(inputMutex_);
+    commandInput_ = name;
+    nextLook_ = {};
+}
+
+std::string ShowControl::GetInput() const {
+    const std::lock_guard lock(mutex_);
+    return wanted_ ? wanted_->input : std::string();
+}
+
 void ShowControl::SetArmed(bool armed) {
     const std::lock_guard lock(mutex_);
     if (!wanted_)
@@ -174,6 +185,7 @@ ShowControl::Report ShowControl::GetReport() const {
     const std::lock_guard lock(mutex_);
     Report report = counts_;
     report.state = !wanted_ ? "none" : !isOpen_ || isLost_ ? "missing" : isArmed_ ? "on" : "off";
+    report.isArmed = wanted_ && isArmed_;
     return report;
 }
 

@@ -182,6 +182,7 @@ std::string ShowReport::StateOf(const TransportSnapshot& snapshot, const std::op
     state["timeCode"] = {{"state", surroundings.timeCode.state}, {"rate", surroundings.timeCode.rate}};
     state["commandInput"] = CommandInputOf(surroundings.commandInput);
     state["showControl"] = {{"state", surroundings.showControl.state},
+                            {"armed", surroundings.showControl.isArmed},
                             {"cues", surroundings.showControl.cues},
                             {"refused", surroundings.showControl.refused},
                             {"newestRefusal", surroundings.showControl.newestRefusal}};

@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "player/midi_input.h"
 #include "player/show_file.h"
 #include "player/show_loading.h"
 #include "player/song_starts.h"
@@ -356,10 +357,22 @@ CommandAnswer Transport::ExecuteInput(const TransportCommand& command) {
         case Kind::kLearn: return Done(commandInput_->Learn(command.text));
         case Kind::kUnlearn: commandInput_->Unlearn(command.text); break;
         case Kind::kGiveUpLearning: commandInput_->GiveUp(); break;
-        case Kind::kCommandInput: commandInput_->SetInput(command.text); break;
+        case Kind::kCommandInput: return SetCommandInput(command.text);
         case Kind::kOnlyPresses: commandInput_->SetOnlyPresses(command.value != 0); break;
         default: commandInput_->SetLeastInterval(command.text, std::chrono::milliseconds(command.number)); break;
     }
+    return Done();
+}
+
+CommandAnswer Transport::SetCommandInput(const std::string& device) {
+    const std::string name = MidiInput::GetNames().at(MidiInput::Select(device));
+    const bool isDesk = showControl_ && name == showControl_->GetInput();
+    // A show that gives both the same one has been told so, and its pedals have it.
+    if (isDesk && name != commandInput_->GetReport().input)
+        return Refused("'" + name + "' is the input of show control, and a device can be opened once");
+    commandInput_->SetInput(device);
+    if (showControl_)
+        showControl_->SetCommandInput(commandInput_->GetReport().input);
     return Done();
 }
 

@@ -112,7 +112,10 @@ class Instrument:
 
     def end(self):
         self.process.stdin.close()
-        self.process.wait(PATIENCE)
+        try:
+            self.process.wait(5)
+        except subprocess.TimeoutExpired:  # its server may wait for one that went without farewell
+            self.unplug()
 
 
 class Server:

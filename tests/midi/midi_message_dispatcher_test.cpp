@@ -3,12 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "tests/midi/patience.h"
+#include "tests/midi/three_inputs.h"
 #include "vemo_core/gui_dispatcher.h"
 
 namespace {
@@ -169,6 +174,37 @@ TEST_F(MidiBindings, AreListedByStatusAndThenByNumber) {
     EXPECT_TRUE(::operator<(Key(0x90, 60), Key(0x80, 99)));
     EXPECT_TRUE(::operator<(Key(0x80, 60), Key(0x90, 60)));
     EXPECT_FALSE(::operator<(Key(0x90, 60), Key(0x90, 60)));
+}
+
+TEST(MidiDispatcher, OutlivesAFunctionThatHasReplacedItsOwnInput) {
+    MustEnd("a dispatcher that ends during its functions", [] {
+        constexpr int kTurns = 20000;  // in which a destructor that does not wait is through
+        ThreeInputs inputs;
+        auto dispatcher = std::make_unique<MidiMessageDispatcher>();
+        Count replaced;
+        std::atomic<bool> hasEnded{false};
+        dispatcher->SetMidiBinding({0x90, 1}, [&] {
+            dispatcher->ConnectWithSourceIndex(2);
+            replaced.Add();
+            while (win32_layer::Layer::Instance().GetCounters().openInputs > 0)
+                std::this_thread::yield();
+            for (int turn = 0; turn < kTurns; ++turn)
+                std::this_thread::yield();
+            hasEnded = true;
+        });
+        dispatcher->ConnectWithSourceIndex(0);
+        dispatcher->Start();
+        inputs.Send(0, {0x90, 1, 1});
+        ASSERT_TRUE(replaced.WaitFor(1));
+        dispatcher.reset();
+        EXPECT_TRUE(hasEnded);
+
+        // One that a function ends must not wait for that function.
+        dispatcher = std::make_unique<MidiMessageDispatcher>();
+        dispatcher->SetMidiBinding({0x90, 1}, [&] { dispatcher.reset(); });
+        dispatcher->ProcessMessage({0x90, 1, 1});
+        EXPECT_EQ(dispatcher, nullptr);
+    });
 }
 
 }  // namespace

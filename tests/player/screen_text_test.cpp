@@ -298,7 +298,11 @@ TEST(OperatorKeys, PedalsAreLearnedInRehearsalAlone) {
     model.learning.clear();
     Press(keys, Keys::kEscape, model);
     EXPECT_FALSE(keys.ShowsPedals());
-    EXPECT_EQ(Press(keys, 'c', model), "show control off");
+    model.showControlState = "missing";
+    for (const bool isArmed : {true, false}) {
+        model.showControlIsArmed = isArmed;
+        EXPECT_EQ(Press(keys, 'c', model), isArmed ? "show control off" : "show control on");
+    }
 }
 
 TEST(OperatorKeys, TracksAndTypedCommands) {

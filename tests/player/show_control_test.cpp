@@ -164,6 +164,10 @@ TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
     Layer::Instance().RemoveInput(desk_);
     control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "");
     EXPECT_THAT(said_.back(), HasSubstr("'Desk' is not there"));
+    control_->SetArmed(false);
+    EXPECT_FALSE(Report().isArmed) << "also while it is missing";
+    control_->SetArmed(true);
+    EXPECT_TRUE(Report().isArmed);
     Layer::Instance().AddInput(desk_);
     now_ = now_.load() + 2s;
     EXPECT_EQ(Report().state, "on");
