@@ -1,6 +1,7 @@
 // How regular is the engine's MIDI clock next to a bare absolute-sleep loop, what does one clock with 16 busy tracks
 // cost the clock thread, and how much faster than real time does it play offline?
-//   clock_bench [SECONDS [RUNS]]   60 seconds of engine for each run, and as much of the bare loop around it
+//   clock_bench [SECONDS [RUNS [UNPLUGS]]]   60 seconds of engine for each run, and as much of the bare loop around it;
+//                                            in each the device is unplugged so often, and plugged in again
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -74,6 +75,7 @@ constexpr double kClockSeconds = 60 / kTempo / 24;
 constexpr std::uint64_t kWarmUpClocks = 500;
 constexpr std::uint64_t kMeasuredClocks = 5'000;
 constexpr double kOfflineMinutes = 10;
+constexpr double kLateMilliseconds = 5;
 
 /// Sixteenths and a controller every third clock on every track: about 11 messages
 /// a clock.
@@ -200,14 +202,30 @@ private:
     bool ended_ = false;
 };
 
-Times Engine(double seconds) {
+/// Away for half of the time; back, it is given the whole state, as the player does.
+void Unplug(PlaybackHost& host, double seconds, int times) {
+    const auto device = Layer::Instance().GetOutputs().front();
+    const std::chrono::duration<double> step(seconds / (2 * times + 1));
+    for (int time = 0; time < times; ++time) {
+        std::this_thread::sleep_for(step);
+        Layer::Instance().RemoveOutput(device);
+        host.NoteOutputLoss();
+        std::this_thread::sleep_for(step);
+        Layer::Instance().AddOutput(device);
+        host.Resend();
+    }
+}
+
+Times Engine(double seconds, int unplugs) {
     PlaybackFeed feed;
     const auto records = feed.Subscribe();
     Ending ending;
     {
         PlaybackHost host({"", {}, nullptr, [&](std::uint64_t) { ending.Notify(); }, {}}, feed);
         Play(host, seconds);
+        std::thread unplugging([&] { Unplug(host, seconds, unplugs); });
         ending.Wait();
+        unplugging.join();
         host.FinishSong();
     }
     feed.Close();
@@ -286,6 +304,7 @@ double Median(std::vector<double> values) {
 int main(int count, char** arguments) {
     const double seconds = count > 1 ? std::strtod(arguments[1], nullptr) : 60;
     const int runs = count > 2 ? std::atoi(arguments[2]) : 1;
+    const int unplugs = count > 3 ? std::atoi(arguments[3]) : 0;
     Layer::Instance().AddOutput(std::make_shared<win32_layer::VirtualMidiOutput>(
         L"Bench", win32_layer::VirtualMidiOutput::Speed::kAtOnce, false));
 
@@ -293,15 +312,21 @@ int main(int count, char** arguments) {
     std::vector<double> drifts, bareDrifts;
     for (int run = 0; run < runs; ++run) {
         for (const bool isBare : {true, false, true}) {
-            const Times times = isBare ? BareLoop(seconds / 2) : Engine(seconds);
+            const Times times = isBare ? BareLoop(seconds / 2) : Engine(seconds, unplugs);
             (isBare ? bare : engine).Append(times);
             (isBare ? bareDrifts : drifts).push_back(std::abs(times.Drift()));
         }
     }
+    const auto countLate = [](const std::vector<double>& errors) {
+        return std::count_if(errors.begin(), errors.end(), [](double error) { return error > kLateMilliseconds; });
+    };
     const Spread engineIntervals(engine.intervals), bareIntervals(bare.intervals);
     std::printf("%d runs of %.0f s, clocks of %.3f ms\n", runs, seconds, kClockSeconds * 1e3);
     std::printf("error of intervals,   engine: %s\n", engineIntervals.Text().c_str());
     std::printf("                   bare loop: %s\n", bareIntervals.Text().c_str());
+    std::printf("more than %.0f ms late:  engine: %td of %zu, unplugged %d times; bare loop: %td of %zu\n",
+                kLateMilliseconds, countLate(engine.intervals), engine.intervals.size(), runs * unplugs,
+                countLate(bare.intervals), bare.intervals.size());
     std::printf("from ideal times,     engine: %s\n", Spread(engine.wander).Text().c_str());
     std::printf("                   bare loop: %s\n", Spread(bare.wander).Text().c_str());
     std::printf("drift, median of %zu,  engine: %.3f ms; bare loop: %.3f ms\n", drifts.size(), Median(drifts),

@@ -148,16 +148,20 @@ int main(int count, char** arguments) {
     Print("a bare thread that sleeps until it is due:", bare);
     Print("a piece from an even grid:", grid);
     // Over the run, first against last tenth: what adds up shows here.
-    const auto mean = [&](std::size_t from, std::size_t to) {
-        double sum = 0;
-        for (std::size_t piece = from; piece < to; ++piece)
-            sum += sent[piece] - due[piece];
-        return sum / static_cast<double>(to - from);
+    const auto drift = [](std::size_t size, const auto& lateness) {
+        const auto mean = [&](std::size_t from, std::size_t to) {
+            double sum = 0;
+            for (std::size_t i = from; i < to; ++i)
+                sum += lateness(i);
+            return sum / static_cast<double>(to - from);
+        };
+        return 1e3 * (mean(size * 9 / 10, size) - mean(0, size / 10));
     };
     std::printf("drift of the pieces against the clocks that they belong to: %.3f ms over the run\n",
-                1e3 * (mean(pieces * 9 / 10, pieces) - mean(0, pieces / 10)));
-    std::printf("drift of the MIDI clock against the steady clock: %.3f ms over the run\n",
-                1e3 * (calls.back() - calls.front() - static_cast<double>(calls.size() - 1) * kClockSeconds));
+                drift(pieces, [&](std::size_t piece) { return sent[piece] - due[piece]; }));
+    std::printf(
+        "drift of the MIDI clock against the steady clock: %.3f ms over the run\n",
+        drift(calls.size(), [&](std::size_t call) { return calls[call] - static_cast<double>(call) * kClockSeconds; }));
     std::printf("aim at the 99th percentile on an idle machine %.0f ms: %s\n", kAimMilliseconds,
                 high <= kAimMilliseconds ? "kept" : "MISSED");
     Layer::Instance().Reset();

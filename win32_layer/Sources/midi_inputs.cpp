@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "faults.h"
+#include "header_preparation.h"
 #include "layer_clock.h"
 
 namespace win32_layer {
@@ -134,28 +135,16 @@ MMRESULT MidiInputs::Prepare(HMIDIIN handle, LPMIDIHDR header, UINT headerBytes)
     const std::lock_guard lock(mutex_);
     if (!Find(handle))
         return MMSYSERR_INVALHANDLE;
-    if (!header || headerBytes < sizeof(MIDIHDR) || !header->lpData || header->dwBufferLength == 0)
+    if (header && headerBytes >= sizeof(MIDIHDR) && (!header->lpData || header->dwBufferLength == 0))
         return MMSYSERR_INVALPARAM;
-    if (header->dwFlags & MHDR_PREPARED)
-        return MMSYSERR_NOERROR;
-    header->dwFlags = (header->dwFlags | MHDR_PREPARED) & ~DWORD{MHDR_DONE | MHDR_INQUEUE};
-    ++totals_.preparedHeaders;
-    return MMSYSERR_NOERROR;
+    return PrepareHeader(header, headerBytes, totals_.preparedHeaders);
 }
 
 MMRESULT MidiInputs::Unprepare(HMIDIIN handle, LPMIDIHDR header, UINT headerBytes) {
     const std::lock_guard lock(mutex_);
     if (!Find(handle))
         return MMSYSERR_INVALHANDLE;
-    if (!header || headerBytes < sizeof(MIDIHDR))
-        return MMSYSERR_INVALPARAM;
-    if (header->dwFlags & MHDR_INQUEUE)
-        return MIDIERR_STILLPLAYING;
-    if (!(header->dwFlags & MHDR_PREPARED))
-        return MMSYSERR_NOERROR;
-    header->dwFlags &= ~DWORD{MHDR_PREPARED};
-    --totals_.preparedHeaders;
-    return MMSYSERR_NOERROR;
+    return UnprepareHeader(header, headerBytes, totals_.preparedHeaders);
 }
 
 MMRESULT MidiInputs::AddBuffer(HMIDIIN handle, LPMIDIHDR header, UINT headerBytes) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "faults.h"
+#include "header_preparation.h"
 #include "layer_clock.h"
 #include "message_bytes.h"
 #include "stream_event_reader.h"
@@ -97,28 +98,14 @@ MMRESULT MidiStreams::Prepare(HMIDISTRM handle, LPMIDIHDR header, UINT headerByt
     const std::lock_guard lock(mutex_);
     if (!Find(handle))
         return MMSYSERR_INVALHANDLE;
-    if (!header || headerBytes < sizeof(MIDIHDR))
-        return MMSYSERR_INVALPARAM;
-    if (header->dwFlags & MHDR_PREPARED)
-        return MMSYSERR_NOERROR;
-    header->dwFlags = (header->dwFlags | MHDR_PREPARED) & ~DWORD{MHDR_DONE | MHDR_INQUEUE};
-    ++totals_.preparedHeaders;
-    return MMSYSERR_NOERROR;
+    return PrepareHeader(header, headerBytes, totals_.preparedHeaders);
 }
 
 MMRESULT MidiStreams::Unprepare(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes) {
     const std::lock_guard lock(mutex_);
     if (!Find(handle))
         return MMSYSERR_INVALHANDLE;
-    if (!header || headerBytes < sizeof(MIDIHDR))
-        return MMSYSERR_INVALPARAM;
-    if (header->dwFlags & MHDR_INQUEUE)
-        return MIDIERR_STILLPLAYING;
-    if (!(header->dwFlags & MHDR_PREPARED))
-        return MMSYSERR_NOERROR;
-    header->dwFlags &= ~DWORD{MHDR_PREPARED};
-    --totals_.preparedHeaders;
-    return MMSYSERR_NOERROR;
+    return UnprepareHeader(header, headerBytes, totals_.preparedHeaders);
 }
 
 MMRESULT MidiStreams::Out(HMIDISTRM handle, LPMIDIHDR header, UINT headerBytes) {
