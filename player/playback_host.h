@@ -100,8 +100,10 @@ public:
     void DecreaseGuiDelay() { output_->DecreaseGuiDelay(); }
     /// The device hears nothing from now on: what it holds is what it holds now.
     void NoteOutputLoss();
-    /// Gives a device that has lost its state, or was away, the whole of it at once: what
-    /// sounds is ended and struck again.
+    /// The device hears again, and is given the whole state.
+    void NoteOutputReturn();
+    /// Gives a device that has lost its state the whole of it at once: what sounds is ended
+    /// and struck again.
     void Resend();
     /// Where nothing plays, sends the place as time code.
     void TellPlace();

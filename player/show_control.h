@@ -89,7 +89,8 @@ private:
     // Guarded by mutex_.
     std::optional<ShowDocument::ShowControl> wanted_;
     bool isOpen_ = false;
-    bool isLost_ = false;  // it is open, and unplugged
+    std::uint64_t discarded_ = 0;  // by the input, and counted
+    bool isLost_ = false;          // it is open, and unplugged
     bool isArmed_ = true;
     Report counts_;
     std::string latestCue_;

@@ -76,9 +76,9 @@ public:
     void PostFault(const std::string& reason);
     /// The same, unless it no longer plays or has played more than so many clocks.
     void PostSilence(const std::string& reason, std::uint64_t playedClocks);
-    /// The device of the music, or another, is unplugged. When it is back, it wants a
-    /// resend.
+    /// The device of the music is unplugged, and is back, which gives it the whole state.
     void PostOutputLoss();
+    void PostOutputReturn();
     /// Something that the operator should read.
     void PostMessage(const std::string& text);
 

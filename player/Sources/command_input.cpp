@@ -171,7 +171,7 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
         pedals_ = writtenPedals_.value_or(PedalSettings());
     } catch (const std::invalid_argument& error) {
         pedalsAreBroken_ = true;
-        settings_.say(std::string(error.what()) + "; it is left as it is");
+        settings_.say(std::string(error.what()) + "; it is left as it is, and the command input has to be chosen");
     }
     if (!settings_.input.empty()) {
         try {
@@ -247,7 +247,8 @@ bool CommandInput::PrepareSettingsFile() {
             return false;
         text.clear();
     }
-    if (pedals_.input.empty())
+    // What has no name would be any device that has the index today.
+    if (pedals_.input.empty() && (!pedalsAreBroken_ || text.empty()))
         return true;
     if (text.empty())
         text = SettingsOf({}, std::nullopt);
@@ -355,6 +356,8 @@ void CommandInput::SetInput(const std::string& device) {
     RequireOpen();
     const unsigned int index = MidiInput::Select(device);
     const std::string name = MidiInput::GetNames().at(index);
+    if (index > UINT8_MAX)
+        throw std::invalid_argument("'" + DisplayText(name) + "' is beyond the 256 inputs that can be chosen");
     if (request_)
         throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal; see: give up learning");
     ConnectTo(name, static_cast<unsigned char>(index));
@@ -449,7 +452,7 @@ void CommandInput::Poll() {
     if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
         nextLook_ = now + kBetweenLooks;
         try {
-            if (const auto index = MidiInput::Find(pedals_.input)) {
+            if (const auto index = MidiInput::Find(pedals_.input); index && *index <= UINT8_MAX) {
                 ConnectTo(pedals_.input, static_cast<unsigned char>(*index));
                 settings_.say("the command input '" + DisplayText(pedals_.input) + "' is there");
             }
@@ -464,9 +467,11 @@ void CommandInput::Poll() {
 
 void CommandInput::TellLoss() {
     const bool isLost = isConnected_ && MidiInput::IsLost(commands_->GetConnectedSourceIndex());
-    if (std::exchange(isLost_, isLost) != isLost)
-        settings_.say("the command input '" + DisplayText(pedals_.input) +
-                      (isLost ? "' is lost; it will be heard again when it is back" : "' is there"));
+    if (std::exchange(isLost_, isLost) == isLost)
+        return;
+    SetFilter();  // nobody has heard the pedal rise meanwhile
+    settings_.say("the command input '" + DisplayText(pedals_.input) +
+                  (isLost ? "' is lost; it will be heard again when it is back" : "' is there"));
 }
 
 // ---- what is kept

@@ -217,15 +217,15 @@ public:
             transport_ = std::make_unique<Transport>(settings, show_, feed_);
             running_ = transport_.get();
             posting_.Open(*transport_);
+            outputIndex_ = static_cast<std::size_t>(std::stoul(output));
             devices_.ObserveChanges(
                 [this](std::size_t index, OutputDevices::Change change) { OutputHasChanged(index, change); });
-            const auto outputIndex = static_cast<std::size_t>(std::stoul(output));
             if (isServed_)
                 server_ = std::make_unique<ControlServer>(
-                    ControlServer::Settings{options.serveAt, OutputDevices::GetNames().at(outputIndex),
+                    ControlServer::Settings{options.serveAt, OutputDevices::GetNames().at(outputIndex_),
                                             [this] { quitIsAsked_ = true; },
                                             OutputDevices::CanRecord() ? &activity_ : nullptr,
-                                            [outputIndex] { return OutputDevices::IsLost(outputIndex); }},
+                                            [this] { return OutputDevices::IsLost(outputIndex_); }},
                     *transport_, feed_);
             // A run in virtual time is a rendering and no evening to come back to.
             // Songs without a show file have no state, but may give way to a show that has.
@@ -393,13 +393,15 @@ private:
     // On a thread of the devices.
     void OutputHasChanged(std::size_t index, OutputDevices::Change change) {
         const std::string name = OutputDevices::GetNames().at(index);
-        if (change == OutputDevices::Change::kLost) {
-            reports_.Add("output '" + name + "' is lost; it will be taken up again when it is back");
+        const bool isLost = change == OutputDevices::Change::kLost;
+        reports_.Add("output '" + name + "' is " +
+                     (isLost ? "lost; it will be taken up again when it is back" : "back"));
+        if (index != outputIndex_)
+            return;  // the time code's, whose next piece it hears
+        if (isLost)
             running_->PostOutputLoss();
-        } else {
-            reports_.Add("output '" + name + "' is back");
-            running_->Post(ParseCommand("resend"));
-        }
+        else
+            running_->PostOutputReturn();
     }
 
     void NoteException(const LoggedException& logged) {
@@ -480,6 +482,7 @@ private:
     std::atomic<bool> isClosing_{false};
     CurrentShow show_;
     OutputDevices& devices_;
+    std::size_t outputIndex_ = 0;  // of the music
     std::unique_ptr<Recording> recording_;
     std::unique_ptr<TimeCodeRecording> timeCodeRecording_;
     TimeCodeControl timeCode_;

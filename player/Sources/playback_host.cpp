@@ -18,6 +18,7 @@ namespace {
 constexpr std::uint8_t kPortCount = 1;
 constexpr std::uint16_t kBufferSize = 65535;
 constexpr std::uint8_t kAllSoundOff = 120;
+constexpr std::uint8_t kAllNotesOff = 123;
 constexpr std::uint8_t kDamper = 64;
 constexpr int kInitialGuiDelayMilliseconds = 220;
 
@@ -446,25 +447,32 @@ void PlaybackHost::NoteOutputLoss() {
         lostState_ = playedState_;
 }
 
+void PlaybackHost::NoteOutputReturn() {
+    Resend();
+    std::lock_guard lock(songMutex_);
+    lostState_.reset();
+}
+
 void PlaybackHost::Resend() {
     // Not in the next cycle that is filled: until that one plays, the device would play four
     // on what it holds. And no cycle in between, which might end what is struck again here.
     std::lock_guard host(hostMutex_);
+    // Nor a panic: what is struck here would sound behind it.
+    std::lock_guard output(output_->GetMutex());
     std::vector<vemo_midi::VoiceEvent> events;
     {
         std::lock_guard lock(songMutex_);
         for (int channel = 0; channel < DeviceState::kChannels; ++channel) {
             // A device that kept its power has not heard which notes have ended meanwhile;
-            // the one way is for those that obey it, the other for the rest.
+            // the first ways are for those that obey one, the last for the rest.
             events.push_back(ControllerEvent(channel, kAllSoundOff, 0));
+            events.push_back(ControllerEvent(channel, kAllNotesOff, 0));
             (lostState_ ? *lostState_ : playedState_).AppendNoteOffs(channel, events);
             playedState_.AppendState(channel, events);
             playedState_.AppendNotes(channel, events);
         }
     }
     SendOwnEvents(events);
-    std::lock_guard lock(songMutex_);
-    lostState_.reset();
 }
 
 void PlaybackHost::TellPlace() {

@@ -90,9 +90,15 @@ void ShowControl::Poll() {
     const std::lock_guard input(inputMutex_);
     TellLoss();
     const Time now = settings_.now();
+    const std::uint64_t discarded = input_ ? input_->GetDiscarded() : 0;
     {
         const std::lock_guard lock(mutex_);
         CountAnswers();
+        if (discarded > discarded_) {
+            counts_.refused += discarded - discarded_;
+            counts_.newestRefusal = "a message was broken off, too long or badly received";
+        }
+        discarded_ = discarded;
         if (!wanted_ || isOpen_ || now < nextLook_)
             return;
     }

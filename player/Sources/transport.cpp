@@ -182,6 +182,13 @@ void Transport::PostOutputLoss() {
     });
 }
 
+void Transport::PostOutputReturn() {
+    Enqueue([this] {
+        host_.NoteOutputReturn();
+        return CommandAnswer{true, {}, 0};
+    });
+}
+
 void Transport::PostMessage(const std::string& text) {
     Enqueue([text] { return CommandAnswer{true, text, 0}; });
 }

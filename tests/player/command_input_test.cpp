@@ -210,7 +210,9 @@ TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
     EXPECT_THAT(Said(), ElementsAre("the command input 'Pedals' is not there; it is waited for",
                                     "the command input 'Pedals' is there"));
     EXPECT_THAT(Fired(), IsEmpty());
-    // Or it goes in mid-show.
+    // Or it goes in mid-show, with the pedal down.
+    LearnFrom("next song", {0xB0, 64, 127});
+    Said();
     Layer::Instance().RemoveInput(pedals_);
     input_->Poll();
     EXPECT_FALSE(input_->GetReport().isOpen);
@@ -219,8 +221,8 @@ TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
     EXPECT_TRUE(input_->GetReport().isOpen);
     EXPECT_THAT(Said(), ElementsAre("the command input 'Pedals' is lost; it will be heard again when it is back",
                                     "the command input 'Pedals' is there"));
-    pedals_->Send({0xCF, 0x7F});
-    EXPECT_EQ(Fired(), Kinds{CommandKind::kStop});
+    pedals_->Send({0xB0, 64, 127});
+    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextSong});
     // It stays what it is where another one cannot be had.
     keys_->SetRefusesOpen(true);
     EXPECT_ANY_THROW(input_->SetInput("Keys"));

@@ -85,7 +85,8 @@ TEST(UnpluggedOutput, AHundredUnplugsInMidSongLeaveEveryClockInTimeAndTheStateRi
             plugged = std::make_shared<Instrument>();
         EXPECT_TRUE(layer.AddOutput(plugged));
         ++returns;
-        EXPECT_TRUE(running.Do("resend").done);
+        running.GetTransport().PostOutputReturn();
+        running.Do("hold off");
     });
     EXPECT_EQ(show.Run(), TransportState::kEnded);
     EXPECT_EQ(returns, kUnplugs);
