@@ -249,9 +249,11 @@ TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
         EXPECT_EQ(BindingOf("Play"), "");
     }
     input_.reset();
-    folder_.Put("show.json.commands", whole);
+    // With a source, which is some device of that index today.
+    folder_.Put("show.json.commands", whole.substr(0, 21) + "\1" + whole.substr(22));
     folder_.Put("show.json.commands.pedals", "{\"input\": 1}");
     Open();
+    EXPECT_FALSE(keys_->IsOpen());
     EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
     EXPECT_THAT(Said(), ElementsAre(HasSubstr("it is left as it is")));
     input_->SetInput("Pedals");
