@@ -296,6 +296,18 @@ def an_unplugged_instrument_is_shown_and_comes_back_with_its_state(_server, inst
         player.end()
 
 
+def an_instrument_that_is_away_for_a_moment_is_heard_again(_server, instrument, folder):
+    player = Player(folder)
+    try:
+        player.do("play")
+        for _ in range(3):  # the player looks once a second, and may see it gone
+            instrument.unplug()
+            instrument.__init__("instrument")
+            wait_for(lambda: any(one[0] >> 4 == 9 for _, one in instrument.take()), "notes")
+    finally:
+        player.end()
+
+
 def a_server_that_dies_hangs_no_player(server, instrument, folder):
     player = Player(folder)
     try:

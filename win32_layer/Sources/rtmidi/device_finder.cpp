@@ -80,7 +80,14 @@ FoundDevices JackFinder::Find() {
     if (!server_)
         return {};
     // What takes messages is a server's input, and the program's output.
-    return {JackPorts(server_, JackPortIsInput), JackPorts(server_, JackPortIsOutput)};
+    FoundDevices found = {JackPorts(server_, JackPortIsInput), JackPorts(server_, JackPortIsOutput)};
+    const std::vector<std::string> gone = server_->TakeGonePorts();
+    const auto hasBeenAway = [&gone](const DeviceAddress& address) {
+        return std::find(gone.begin(), gone.end(), address.name) != gone.end();
+    };
+    std::erase_if(found.outputs, hasBeenAway);
+    std::erase_if(found.inputs, hasBeenAway);
+    return found;
 }
 
 }  // namespace win32_layer

@@ -31,6 +31,11 @@ public:
 class AlsaFinder : public DeviceFinder {
 public:
     /// The kernel's loop comes last: no instrument is behind it.
+    ///
+    /// A device that is unplugged and plugged in again between two looks, and gets its old
+    /// number from the kernel, is not seen to have been away. The kernel has dropped the
+    /// connection: the device stays silent until it is unplugged for longer than the time
+    /// between two looks. RtMidi does not pass on the sequencer's announcements, which tell.
     FoundDevices Find() override;
 
 private:
@@ -41,7 +46,8 @@ private:
 class JackFinder : public DeviceFinder {
 public:
     /// None, once, where the server has died or hangs, or has thrown a client out: what was
-    /// found before has to be given up before it is looked for again.
+    /// found before has to be given up before it is looked for again. So has a port that has
+    /// gone since the last look, which is left out once even if it is back.
     FoundDevices Find() override;
 
 private:

@@ -1,6 +1,9 @@
 #include "jack_server.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <utility>
 
 #include "client_name.h"
 
@@ -21,6 +24,7 @@ std::shared_ptr<JackServer> JackServer::Connect() {
         return nullptr;
     jack_set_process_callback(server->client_, &OnCycle, server.get());
     jack_on_shutdown(server->client_, &OnShutdown, server.get());
+    jack_set_port_registration_callback(server->client_, &OnRegistration, server.get());
     if (jack_activate(server->client_) != 0)
         return nullptr;
     return server;
@@ -45,6 +49,11 @@ bool JackServer::HasPort(const std::string& name) const {
     return jack_port_by_name(client_, name.c_str()) != nullptr;
 }
 
+std::vector<std::string> JackServer::TakeGonePorts() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(gone_, {});
+}
+
 void JackServer::Watch(const std::string& ownPort) {
     const std::lock_guard lock(mutex_);
     watched_.push_back(ownPort);
@@ -56,11 +65,16 @@ void JackServer::Forget(const std::string& ownPort) {
 }
 
 bool JackServer::HasEveryWatchedPort() const {
-    const std::lock_guard lock(mutex_);
-    return std::all_of(watched_.begin(), watched_.end(), [this](const std::string& port) { return HasPort(port); });
+    std::vector<std::string> watched;
+    {
+        const std::lock_guard lock(mutex_);
+        watched = watched_;
+    }
+    return std::all_of(watched.begin(), watched.end(), [this](const std::string& port) { return HasPort(port); });
 }
 
-// Both on the library's threads, which it may cancel: no lock is taken here.
+// These are called on the library's threads, which it may cancel at any instruction: they
+// neither lock nor allocate, unless they keep it from that.
 
 int JackServer::OnCycle(jack_nframes_t, void* server) {
     ++static_cast<JackServer*>(server)->cycles_;
@@ -69,6 +83,22 @@ int JackServer::OnCycle(jack_nframes_t, void* server) {
 
 void JackServer::OnShutdown(void* server) {
     static_cast<JackServer*>(server)->isRunning_ = false;
+}
+
+void JackServer::OnRegistration(jack_port_id_t port, int isNew, void* server) {
+    if (isNew)
+        return;
+    int before = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    {
+        JackServer& self = *static_cast<JackServer*>(server);
+        // The name outlasts the port.
+        if (const char* const name = jack_port_name(jack_port_by_id(self.client_, port))) {
+            const std::lock_guard lock(self.mutex_);
+            self.gone_.emplace_back(name);
+        }
+    }
+    pthread_setcancelstate(before, nullptr);
 }
 
 }  // namespace win32_layer

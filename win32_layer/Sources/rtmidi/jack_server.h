@@ -40,6 +40,9 @@ public:
     /// MIDI ports, in the server's order. flags: as the library has them.
     std::vector<std::string> GetPorts(unsigned long flags) const;
     bool HasPort(const std::string& name) const;
+    /// Names of ports that have gone since the last call, of whatever kind, even if they are
+    /// back: one that is has lost its connections.
+    std::vector<std::string> TakeGonePorts();
 
     /// Ports of our other clients. The server may throw one out for being late, and
     /// tells nobody.
@@ -51,6 +54,7 @@ private:
     JackServer() = default;
     static int OnCycle(jack_nframes_t frames, void* server);
     static void OnShutdown(void* server);
+    static void OnRegistration(jack_port_id_t port, int isNew, void* server);
 
     /// Between the opening of the first and the closing of the last client.
     static std::atomic<bool> isInUse_;
@@ -59,7 +63,9 @@ private:
     std::atomic<bool> isRunning_{true};
     std::atomic<std::uint64_t> cycles_{0};
     mutable std::mutex mutex_;
-    std::vector<std::string> watched_;  // guarded by mutex_
+    // Guarded by mutex_.
+    std::vector<std::string> watched_;
+    std::vector<std::string> gone_;
 };
 
 }  // namespace win32_layer

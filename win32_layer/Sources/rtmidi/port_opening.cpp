@@ -14,6 +14,7 @@ namespace {
 // A client's own port, whichever way its messages go.
 constexpr unsigned long kAnyDirection = 0;
 
+// JACK's alone: a server that hangs inside must not keep ALSA's devices from being opened.
 std::mutex& OpeningMutex() {
     static std::mutex* const mutex = new std::mutex;
     return *mutex;
@@ -38,11 +39,13 @@ void Connect(RtMidi& client, const std::string& name, const char* ownName, std::
 }  // namespace
 
 std::string OpenPort(RtMidi& client, const DeviceAddress& address, const char* ownName, std::string& complaint) {
-    const std::lock_guard lock(OpeningMutex());
-    const auto before = address.server ? address.server->GetPorts(kAnyDirection) : std::vector<std::string>();
-    Connect(client, address.name, ownName, complaint);
-    if (!address.server)
+    if (!address.server) {
+        Connect(client, address.name, ownName, complaint);
         return {};
+    }
+    const std::lock_guard lock(OpeningMutex());
+    const auto before = address.server->GetPorts(kAnyDirection);
+    Connect(client, address.name, ownName, complaint);
     for (const std::string& port : address.server->GetPorts(kAnyDirection))
         if (IsOwnPort(port) && std::find(before.begin(), before.end(), port) == before.end())
             return port;

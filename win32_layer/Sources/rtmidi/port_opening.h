@@ -12,7 +12,8 @@ namespace win32_layer {
 /// kind and direction. ownName: of the client's end. complaint: where the client's error
 /// callback writes. Returns JACK's name of the client's end; empty for ALSA.
 ///
-/// Threads: any. One at a time is served: whose port a new one is can be told only then.
+/// Threads: any. Of JACK's one at a time is served: whose port a new one is can be told
+///          only then.
 /// Errors:  std::runtime_error with one line.
 std::string OpenPort(RtMidi& client, const DeviceAddress& address, const char* ownName, std::string& complaint);
 

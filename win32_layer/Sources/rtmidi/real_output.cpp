@@ -57,10 +57,11 @@ struct RealOutput::Line {
 };
 
 void RealOutput::Line::Run() {
-    // Its messages are as urgent as the clock that sends them.
-    Layer::GiveTimerPriority();
     try {
         OutputPort port(address);
+        // Its messages are as urgent as the clock that sends them. Not before: the threads
+        // that JACK's library starts with the port would inherit it.
+        Layer::GiveTimerPriority();
         {
             const std::lock_guard lock(mutex);
             isOpen = true;
