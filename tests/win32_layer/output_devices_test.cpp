@@ -10,11 +10,13 @@
 #include <vector>
 
 #include "win32_layer/layer.h"
+#include "win32_layer/virtual_midi_input.h"
 #include "win32_layer/virtual_midi_output.h"
 
 using namespace std::chrono_literals;
 using win32_layer::Fault;
 using win32_layer::Layer;
+using win32_layer::VirtualMidiInput;
 using win32_layer::VirtualMidiOutput;
 
 namespace {
@@ -26,9 +28,9 @@ protected:
 };
 
 TEST_F(OutputDeviceList, ANameOf32CharactersAndMoreFillsTheRecordWithoutATerminatingZero) {
-    const std::wstring name31(31, L'a'), name32(32, L'b');
+    const std::wstring name31(31, L'a'), name32(32, L'b'), long32(32, L'c');
     const std::pair<std::wstring, std::wstring> rows[] = {
-        {L"", L""}, {L"piano", L"piano"}, {name31, name31}, {name32, name32}, {name32 + L"more", name32}};
+        {L"", L""}, {L"piano", L"piano"}, {name31, name31}, {name32, name32}, {long32 + L"more", long32}};
     for (const auto& [name, shown] : rows)
         Layer::Instance().AddOutput(std::make_shared<VirtualMidiOutput>(name));
     ASSERT_EQ(midiOutGetNumDevs(), 5u);
@@ -43,6 +45,41 @@ TEST_F(OutputDeviceList, ANameOf32CharactersAndMoreFillsTheRecordWithoutATermina
         EXPECT_EQ(std::wstring(record.caps.szPname, 32), expected) << index;
         EXPECT_EQ(record.caps.wTechnology, MOD_MIDIPORT);
         EXPECT_EQ(record.beyond, L'!');
+    }
+}
+
+TEST_F(OutputDeviceList, NoTwoPlacesOfAListReadTheSameAndAReturningDeviceKeepsItsPlacesName) {
+    const std::wstring cut(27, L'a');
+    // Bytes of UTF-8, as real devices have them: the one before a number is never half of a character.
+    const std::pair<std::wstring, std::wstring> rows[] = {
+        {L"keys", L"keys"},
+        {L"keys 2", L"keys 2"},
+        {L"keys", L"keys 3"},
+        {cut + L"\u00C3\u00A9 one", cut + L"\u00C3\u00A9 o"},
+        {cut + L"\u00C3\u00A9 o", cut + L"\u00C3\u00A9 2"},
+        {cut + L"x\u00C3\u00A9 a", cut + L"x\u00C3\u00A9 "},
+        {cut + L"x\u00C3\u00A9 b", cut + L"x 2"},
+    };
+    Layer& layer = Layer::Instance();
+    for (const auto& [name, shown] : rows) {
+        layer.AddOutput(std::make_shared<VirtualMidiOutput>(name));
+        layer.AddInput(std::make_shared<VirtualMidiInput>(name));
+    }
+    for (int round = 0; round < 2; ++round) {
+        for (UINT index = 0; index < std::size(rows); ++index) {
+            MIDIOUTCAPSW output{};
+            MIDIINCAPSW input{};
+            EXPECT_EQ(midiOutGetDevCapsW(index, &output, sizeof(output)), 0u);
+            EXPECT_EQ(midiInGetDevCapsW(index, &input, sizeof(input)), 0u);
+            EXPECT_EQ(std::wstring(output.szPname, 31).c_str(), rows[index].second) << index;
+            EXPECT_EQ(std::wstring(input.szPname, 31).c_str(), rows[index].second) << index;
+        }
+        const auto output = layer.GetOutputs()[2];
+        const auto input = layer.GetInputs()[2];
+        layer.RemoveOutput(output);
+        layer.RemoveInput(input);
+        layer.AddOutput(output);
+        layer.AddInput(input);
     }
 }
 

@@ -142,7 +142,7 @@ TEST_F(UnpluggedDevice, ADeviceOfAnotherIdentityNeverTakesThePlaceAndNoIndexChan
     EXPECT_TRUE(Send(stream, 60));
     EXPECT_TRUE(stranger->played.empty());
     ASSERT_EQ(midiOutGetNumDevs(), 3u);
-    const wchar_t* const names[] = {L"other", L"piano", L"piano"};
+    const wchar_t* const names[] = {L"other", L"piano", L"piano 2"};
     for (UINT index = 0; index < 3; ++index) {
         MIDIOUTCAPSW caps{};
         EXPECT_EQ(midiOutGetDevCapsW(index, &caps, sizeof(caps)), 0u);

@@ -6,6 +6,7 @@
 
 #include "faults.h"
 #include "midi_inputs.h"
+#include "place_name.h"
 
 namespace win32_layer {
 
@@ -17,6 +18,7 @@ InputDevices& InputDevices::Instance() {
 bool InputDevices::Add(std::shared_ptr<MidiInputDevice> device) {
     const std::lock_guard plug(plugMutex_);
     const std::string identity = device->GetIdentity();
+    const std::wstring deviceName = device->GetName();
     std::shared_ptr<Place> place;
     {
         const std::lock_guard lock(listMutex_);
@@ -24,7 +26,10 @@ bool InputDevices::Add(std::shared_ptr<MidiInputDevice> device) {
             return !one->device && one->identity == identity;
         });
         if (returned == places_.end()) {
-            places_.push_back(std::make_shared<Place>(std::move(device)));
+            std::vector<std::wstring> names;
+            for (const auto& one : places_)
+                names.push_back(one->name);
+            places_.push_back(std::make_shared<Place>(std::move(device), NameNewPlace(deviceName, names)));
             return true;
         }
         place = *returned;

@@ -33,10 +33,10 @@ public:
     /// leaves it empty, for another device of the same identity alone, which the input
     /// that is open on it then hears.
     struct Place {
-        explicit Place(std::shared_ptr<MidiInputDevice> pluggedIn)
-            : identity(pluggedIn->GetIdentity()), name(pluggedIn->GetName()), device(std::move(pluggedIn)) {}
+        Place(std::shared_ptr<MidiInputDevice> pluggedIn, std::wstring shownName)
+            : identity(pluggedIn->GetIdentity()), name(std::move(shownName)), device(std::move(pluggedIn)) {}
         const std::string identity;
-        const std::wstring name;
+        const std::wstring name;                  // no other place has it
         std::shared_ptr<MidiInputDevice> device;  // null while it is lost; guarded by listMutex_
         // Guarded by plugMutex_.
         std::shared_ptr<MidiInputDevice> opened{};  // the device, where it was opened and not closed

@@ -7,6 +7,7 @@
 
 #include "faults.h"
 #include "midi_streams.h"
+#include "place_name.h"
 
 namespace win32_layer {
 
@@ -19,7 +20,8 @@ bool OutputDevices::Add(std::shared_ptr<MidiOutputDevice> device) {
     const std::lock_guard changes(changesMutex_);
     const auto place = FindLost(*device);
     if (!place) {
-        auto added = std::make_shared<Place>(std::move(device));
+        std::wstring name = NameNewPlace(device->GetName(), GetNames());
+        auto added = std::make_shared<Place>(std::move(device), std::move(name));
         const std::lock_guard lock(mutex_);
         places_.push_back(std::move(added));
         return true;
@@ -47,6 +49,14 @@ std::shared_ptr<OutputDevices::Place> OutputDevices::FindLost(const MidiOutputDe
         return !place->device && place->identity == identity;
     });
     return found == places_.end() ? nullptr : *found;
+}
+
+std::vector<std::wstring> OutputDevices::GetNames() const {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::wstring> names;
+    for (const auto& place : places_)
+        names.push_back(place->name);
+    return names;
 }
 
 void OutputDevices::Remove(const std::shared_ptr<MidiOutputDevice>& device) {

@@ -28,10 +28,10 @@ public:
     /// A place in the list. It stays, and its index with it: a device that is removed
     /// leaves it empty, for another device of the same identity alone.
     struct Place {
-        explicit Place(std::shared_ptr<MidiOutputDevice> pluggedIn)
-            : identity(pluggedIn->GetIdentity()), name(pluggedIn->GetName()), device(std::move(pluggedIn)) {}
+        Place(std::shared_ptr<MidiOutputDevice> pluggedIn, std::wstring shownName)
+            : identity(pluggedIn->GetIdentity()), name(std::move(shownName)), device(std::move(pluggedIn)) {}
         const std::string identity;
-        const std::wstring name;
+        const std::wstring name;                   // no other place has it
         std::shared_ptr<MidiOutputDevice> device;  // null while it is lost; guarded by mutex_
         // Guarded by changesMutex_.
         bool exclusive = false;
@@ -62,6 +62,7 @@ public:
 
 private:
     std::shared_ptr<Place> FindLost(const MidiOutputDevice& device) const;
+    std::vector<std::wstring> GetNames() const;
     void Tell(const Place& place, OutputChange change) const;
 
     std::mutex changesMutex_;

@@ -1,6 +1,40 @@
 #include "device_address.h"
 
+#include <cstddef>
+
 namespace win32_layer {
+
+namespace {
+
+constexpr std::size_t kShownBytes = 31;  // the platform's records hold 32 characters with a zero
+
+/// ALSA's ports often begin with their client's name, which then leaves no room for what
+/// tells the ports of one device apart.
+std::string WithoutRepeatedClient(const std::string& name) {
+    for (std::size_t colon = name.find(':', 1); colon != std::string::npos; colon = name.find(':', colon + 1))
+        if (name.compare(colon + 1, colon, name, 0, colon) == 0)
+            return name.substr(colon + 1);
+    return name;
+}
+
+/// Head and tail, since the ports of one device differ at the end; no UTF-8 character is
+/// cut in two.
+std::string Shorten(const std::string& name) {
+    if (name.size() <= kShownBytes)
+        return name;
+    const auto isWithinCharacter = [&](std::size_t at) {
+        return at < name.size() && (static_cast<unsigned char>(name[at]) & 0xC0) == 0x80;
+    };
+    std::size_t head = kShownBytes / 2;
+    while (head > 0 && isWithinCharacter(head))
+        --head;
+    std::size_t tail = name.size() - (kShownBytes - 1 - head);
+    while (isWithinCharacter(tail))
+        ++tail;
+    return name.substr(0, head) + "~" + name.substr(tail);
+}
+
+}  // namespace
 
 std::string DeviceAddress::GetDisplayName() const {
     const auto number = api == RtMidi::LINUX_ALSA ? name.find_last_not_of("0123456789:") : std::string::npos;
@@ -11,7 +45,7 @@ std::string DeviceAddress::GetDisplayName() const {
 std::wstring DeviceAddress::GetPlatformName() const {
     // A character for each byte: the engine makes bytes of characters, UTF-8 then again.
     std::wstring platformName;
-    for (const char byte : GetDisplayName())
+    for (const char byte : Shorten(WithoutRepeatedClient(GetDisplayName())))
         platformName += static_cast<wchar_t>(static_cast<unsigned char>(byte));
     return platformName;
 }

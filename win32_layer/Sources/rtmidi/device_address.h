@@ -19,7 +19,8 @@ struct DeviceAddress {
     /// "client:port". RtMidi appends ALSA's number of the port, which is another one after
     /// every re-plugging.
     std::string GetDisplayName() const;
-    /// The same in the platform's characters.
+    /// The same in the platform's characters, and no more of them than its records hold:
+    /// without a client that the port's name repeats, and with "~" for the middle.
     std::wstring GetPlatformName() const;
     std::string GetIdentity() const;
 };
