@@ -362,6 +362,7 @@ def main():
     counts = [run_on(PATIENT, [the_song_arrives_whole, messages_arrive_soon_and_long_ones_whole,
                                 a_pedal_plays_what_it_was_taught]),
               run_on(USUAL, [an_unplugged_instrument_is_shown_and_comes_back_with_its_state,
+                             an_instrument_that_is_away_for_a_moment_is_heard_again,
                              a_server_that_dies_hangs_no_player])]
     ran = [count for count in counts if count]
     passed, failed = sum(one for one, _ in ran), sum(one for _, one in ran)
