@@ -1,6 +1,8 @@
 #include "device_watcher.h"
 
 #include <algorithm>
+#include <atomic>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -26,15 +28,28 @@ void RemoveMissing(std::vector<std::shared_ptr<Device>>& devices, const std::vec
 }
 
 template <typename Device, typename Add>
-void AddNew(std::vector<std::shared_ptr<Device>>& devices, const std::vector<DeviceAddress>& found,
+void AddNew(std::vector<std::shared_ptr<Device>>& devices, const std::vector<DeviceAddress>& found, Refusals& refusals,
             const RealDevices::Say& say, Add add) {
+    refusals.BeginLook(found);
     for (const DeviceAddress& address : found) {
         if (std::any_of(devices.begin(), devices.end(),
                         [&](const auto& device) { return device->GetAddress() == address; }))
             continue;
-        auto device = std::make_shared<Device>(address, say);
-        if (add(device))
-            devices.push_back(std::move(device));
+        if (refusals.HasToWait(address))
+            continue;
+        // Why it refuses is told the first time alone.
+        const auto isMute = std::make_shared<std::atomic<bool>>(refusals.HasRefused(address));
+        auto device = std::make_shared<Device>(address, [say, isMute](const std::string& text) {
+            if (!*isMute)
+                say(text);
+        });
+        if (!add(device)) {
+            refusals.Add(address);
+            continue;
+        }
+        *isMute = false;
+        refusals.Forget(address);
+        devices.push_back(std::move(device));
     }
 }
 
@@ -89,8 +104,9 @@ void DeviceWatcher::Update(const FoundDevices& found) {
     // What has gone first: what is new may be the same device, plugged in again.
     RemoveMissing(outputs_, found.outputs, [&layer](const auto& output) { layer.RemoveOutput(output); });
     RemoveMissing(inputs_, found.inputs, [&layer](const auto& input) { layer.RemoveInput(input); });
-    AddNew(outputs_, found.outputs, say_, [&layer](const auto& output) { return layer.AddOutput(output); });
-    AddNew(inputs_, found.inputs, say_, [&layer](const auto& input) { return layer.AddInput(input); });
+    AddNew(outputs_, found.outputs, outputRefusals_, say_,
+           [&layer](const auto& output) { return layer.AddOutput(output); });
+    AddNew(inputs_, found.inputs, inputRefusals_, say_, [&layer](const auto& input) { return layer.AddInput(input); });
 }
 
 }  // namespace win32_layer

@@ -9,6 +9,7 @@
 #include "device_finder.h"
 #include "real_input.h"
 #include "real_output.h"
+#include "refusals.h"
 
 namespace win32_layer {
 
@@ -43,6 +44,8 @@ private:
     std::unique_ptr<DeviceFinder> finder_;
     std::vector<std::shared_ptr<RealOutput>> outputs_;
     std::vector<std::shared_ptr<RealInput>> inputs_;
+    Refusals outputRefusals_;
+    Refusals inputRefusals_;
 };
 
 }  // namespace win32_layer

@@ -27,7 +27,7 @@ public:
     OutputPort(const OutputPort&) = delete;
     OutputPort& operator=(const OutputPort&) = delete;
 
-    /// The longest piece of a system-exclusive message that may be sent at once, in bytes.
+    /// The longest piece of a message that may be sent at once, in bytes.
     std::size_t GetLongestPiece() const;
     /// False once nothing can be sent any more.
     bool IsConnected() const { return !address_.server || address_.server->IsRunning(); }

@@ -23,7 +23,6 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr auto kOpeningPatience = 2s;
 constexpr auto kFlushTime = 500ms;
 constexpr auto kRoomStep = 1ms;
-constexpr std::uint8_t kSystemExclusive = 0xF0;
 
 std::atomic<int> lines{0};
 
@@ -98,7 +97,8 @@ void RealOutput::Line::SendQueued(OutputPort& port) {
 
 /// False where the line has to end.
 bool RealOutput::Line::SendMessage(OutputPort& port, const std::vector<std::uint8_t>& message) {
-    const std::size_t longest = message[0] == kSystemExclusive ? port.GetLongestPiece() : message.size();
+    // Whatever it begins with: a dump in several buffers goes on with data alone.
+    const std::size_t longest = port.GetLongestPiece();
     for (std::size_t sent = 0; sent < message.size();) {
         const std::size_t piece = std::min(longest, message.size() - sent);
         if (!WaitForRoom(port, piece))
