@@ -40,10 +40,13 @@ void AppendUtf8(std::string& text, std::uint32_t character) {
 
 /// Half a surrogate pair becomes a question mark.
 std::string Utf8Of(std::wstring_view units) {
+    const auto unitAt = [units](std::size_t index) {
+        return index < units.size() ? static_cast<std::uint32_t>(units[index]) : 0;
+    };
     std::string text;
     for (std::size_t i = 0; i < units.size(); ++i) {
-        auto character = static_cast<std::uint32_t>(units[i]);
-        const std::uint32_t next = i + 1 < units.size() ? static_cast<std::uint32_t>(units[i + 1]) : 0;
+        std::uint32_t character = unitAt(i);
+        const std::uint32_t next = unitAt(i + 1);
         if (character >= 0xD800 && character < 0xDC00 && next >= 0xDC00 && next < 0xE000) {
             character = 0x10000 + ((character - 0xD800) << 10) + (next - 0xDC00);
             ++i;

@@ -30,8 +30,11 @@ std::string OutputDevices::Describe() {
     std::size_t at = 0;
     // The engine's own are narrowed to a byte for each character.
     for (const std::string& name : GetNames()) {
-        if (name.empty() || (at = text.find(kNameLabel, at)) == std::string::npos)
+        if (name.empty())
             continue;
+        at = text.find(kNameLabel, at);
+        if (at == std::string::npos)
+            break;
         at += kNameLabel.size();
         text.replace(at, text.find('\n', at) - at, name);
     }
