@@ -6,7 +6,6 @@
 
 #include "faults.h"
 #include "midi_inputs.h"
-#include "place_name.h"
 
 namespace win32_layer {
 
@@ -17,60 +16,35 @@ InputDevices& InputDevices::Instance() {
 
 bool InputDevices::Add(std::shared_ptr<MidiInputDevice> device) {
     const std::lock_guard plug(plugMutex_);
-    const std::string identity = device->GetIdentity();
-    const std::wstring deviceName = device->GetName();
-    std::shared_ptr<Place> place;
-    {
-        const std::lock_guard lock(listMutex_);
-        const auto returned = std::find_if(places_.begin(), places_.end(), [&](const std::shared_ptr<Place>& one) {
-            return !one->device && one->identity == identity;
-        });
-        if (returned == places_.end()) {
-            std::vector<std::wstring> names;
-            for (const auto& one : places_)
-                names.push_back(one->name);
-            places_.push_back(std::make_shared<Place>(std::move(device), NameNewPlace(deviceName, names)));
-            return true;
-        }
-        place = *returned;
+    const auto place = places_.FindLeftBy(*device);
+    if (!place) {
+        places_.Append(std::move(device));
+        return true;
     }
     if (place->plugIn) {
         if (!device->Open(place->plugIn()))
             return false;
         place->opened = device;
     }
-    const std::lock_guard lock(listMutex_);
-    place->device = std::move(device);
+    places_.Exchange(*place, std::move(device));
     return true;
 }
 
 void InputDevices::Remove(const std::shared_ptr<MidiInputDevice>& device) {
     const std::lock_guard plug(plugMutex_);
-    std::shared_ptr<Place> removed;
-    {
-        const std::lock_guard lock(listMutex_);
-        const auto found = std::find_if(places_.begin(), places_.end(),
-                                        [&](const std::shared_ptr<Place>& place) { return place->device == device; });
-        if (!device || found == places_.end())
-            return;
-        removed = *found;
-        removed->device = nullptr;
-    }
-    Unplug(*removed);
+    const auto place = places_.FindOf(device);
+    if (!place)
+        return;
+    places_.Exchange(*place, nullptr);
+    Unplug(*place);
 }
 
 void InputDevices::RemoveAll() {
-    std::vector<std::shared_ptr<Place>> removed;
-    std::vector<std::shared_ptr<MidiInputDevice>> devices;  // one may end in here, without the lock
     const std::lock_guard plug(plugMutex_);
-    {
-        const std::lock_guard lock(listMutex_);
-        removed.swap(places_);
-        for (const auto& place : removed)
-            devices.push_back(std::exchange(place->device, nullptr));
-    }
-    for (const auto& place : removed)
+    for (const auto& place : places_.TakeAll()) {
+        places_.Exchange(*place, nullptr);
         Unplug(*place);
+    }
 }
 
 void InputDevices::Unplug(Place& place) {
@@ -78,37 +52,9 @@ void InputDevices::Unplug(Place& place) {
         opened->Close();
 }
 
-std::vector<std::shared_ptr<MidiInputDevice>> InputDevices::GetAll() const {
-    const std::lock_guard lock(listMutex_);
-    std::vector<std::shared_ptr<MidiInputDevice>> devices;
-    for (const auto& place : places_)
-        if (place->device)
-            devices.push_back(place->device);
-    return devices;
-}
-
-std::size_t InputDevices::GetCount() const {
-    const std::lock_guard lock(listMutex_);
-    return places_.size();
-}
-
-std::shared_ptr<InputDevices::Place> InputDevices::At(std::size_t index) const {
-    const std::lock_guard lock(listMutex_);
-    return index < places_.size() ? places_[index] : nullptr;
-}
-
-bool InputDevices::IsLost(const Place& place) const {
-    const std::lock_guard lock(listMutex_);
-    return !place.device;
-}
-
 MMRESULT InputDevices::Open(Place& place, PlugIn plugIn) {
     const std::lock_guard plug(plugMutex_);
-    std::shared_ptr<MidiInputDevice> device;
-    {
-        const std::lock_guard lock(listMutex_);
-        device = place.device;
-    }
+    auto device = places_.GetDevice(place);
     if (!device)
         return MMSYSERR_NODRIVER;
     if (place.plugIn || !device->Open(plugIn()))
@@ -132,7 +78,7 @@ using win32_layer::InputDevices;
 using win32_layer::MidiInputs;
 
 UINT midiInGetNumDevs() {
-    return static_cast<UINT>(InputDevices::Instance().GetCount());
+    return static_cast<UINT>(InputDevices::Instance().GetPlaces().GetCount());
 }
 
 MMRESULT midiInGetDevCapsW(UINT_PTR device, LPMIDIINCAPSW caps, UINT capsBytes) {
@@ -140,7 +86,7 @@ MMRESULT midiInGetDevCapsW(UINT_PTR device, LPMIDIINCAPSW caps, UINT capsBytes) 
         return *code;
     if (!caps)
         return MMSYSERR_INVALPARAM;
-    auto place = InputDevices::Instance().At(device);
+    auto place = InputDevices::Instance().GetPlaces().At(device);
     if (!place)  // the platform takes an open handle as well as an index
         place = MidiInputs::Instance().GetPlace(reinterpret_cast<HMIDIIN>(device));
     if (!place)

@@ -32,7 +32,7 @@ void Layer::RemoveOutput(const std::shared_ptr<MidiOutputDevice>& device) {
 }
 
 std::vector<std::shared_ptr<MidiOutputDevice>> Layer::GetOutputs() const {
-    return OutputDevices::Instance().GetAll();
+    return OutputDevices::Instance().GetPlaces().GetDevices();
 }
 
 bool Layer::AddInput(std::shared_ptr<MidiInputDevice> device) {
@@ -44,17 +44,17 @@ void Layer::RemoveInput(const std::shared_ptr<MidiInputDevice>& device) {
 }
 
 std::vector<std::shared_ptr<MidiInputDevice>> Layer::GetInputs() const {
-    return InputDevices::Instance().GetAll();
+    return InputDevices::Instance().GetPlaces().GetDevices();
 }
 
 bool Layer::IsOutputLost(std::size_t index) const {
-    const auto place = OutputDevices::Instance().At(index);
-    return place && !OutputDevices::Instance().GetDevice(*place);
+    const auto place = OutputDevices::Instance().GetPlaces().At(index);
+    return place && !OutputDevices::Instance().GetPlaces().GetDevice(*place);
 }
 
 bool Layer::IsInputLost(std::size_t index) const {
-    const auto place = InputDevices::Instance().At(index);
-    return place && InputDevices::Instance().IsLost(*place);
+    const auto place = InputDevices::Instance().GetPlaces().At(index);
+    return place && !InputDevices::Instance().GetPlaces().GetDevice(*place);
 }
 
 void Layer::SetOutputObserver(OutputObserver observer) {

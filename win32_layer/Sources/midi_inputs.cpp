@@ -27,7 +27,7 @@ MMRESULT MidiInputs::Open(HMIDIIN& handle, UINT device, Callback callback, DWORD
     auto input = std::make_shared<Input>();
     input->callback = callback;
     input->instance = instance;
-    input->place = InputDevices::Instance().At(device);
+    input->place = InputDevices::Instance().GetPlaces().At(device);
     if (!input->place)
         return MMSYSERR_BADDEVICEID;
     const auto plugIn = [this, weak = std::weak_ptr(input)]() -> MidiInputDevice::Sink {

@@ -35,7 +35,7 @@ MMRESULT MidiStreams::Open(HMIDISTRM& handle, Kind kind, UINT device, LPMIDICALL
     stream->paused = kind == Kind::kStream;
     stream->callback = callback;
     stream->instance = instance;
-    stream->place = OutputDevices::Instance().At(device);
+    stream->place = OutputDevices::Instance().GetPlaces().At(device);
     if (!stream->place)
         return MMSYSERR_BADDEVICEID;
     if (const MMRESULT result = OutputDevices::Instance().Open(*stream->place))
@@ -366,7 +366,7 @@ bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
         return true;
     }
     // Null: lost. What it is sent is gone, and comes back all the sooner.
-    const auto device = OutputDevices::Instance().GetDevice(*stream.place);
+    const auto device = OutputDevices::Instance().GetPlaces().GetDevice(*stream.place);
     StreamEventReader reader(header->lpData, header->dwBytesRecorded);
     while (const auto event = reader.Next()) {
         if (event->messageBytes > 0 && device)
@@ -390,7 +390,7 @@ bool MidiStreams::Play(Stream& stream, LPMIDIHDR header, Lock& lock) {
 
 void MidiStreams::PlayBytes(Stream& stream, const std::uint8_t* bytes, std::size_t count,
                             std::chrono::nanoseconds time) {
-    const auto device = OutputDevices::Instance().GetDevice(*stream.place);
+    const auto device = OutputDevices::Instance().GetPlaces().GetDevice(*stream.place);
     if (!device)
         return;
     device->Play(bytes, count, time);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "device_watcher.h"
+#include "port_line.h"
 #include "win32_layer/layer.h"
 
 namespace win32_layer {
@@ -61,8 +62,7 @@ RealDevices::~RealDevices() {
         watcher->End();
     for (const auto& watcher : impl_->watchers)
         watcher->WaitForEnd(until);
-    while ((RealOutput::CountLines() + RealInput::CountLines() > 0 || JackServer::IsInUse()) &&
-           SteadyClock::now() < until)
+    while ((PortLine::Count() > 0 || JackServer::IsInUse()) && SteadyClock::now() < until)
         std::this_thread::sleep_for(kEndStep);
 }
 

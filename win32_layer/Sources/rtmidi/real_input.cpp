@@ -1,68 +1,41 @@
 #include "real_input.h"
 
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <exception>
-#include <mutex>
-#include <thread>
 #include <utility>
 
 #include "input_port.h"
+#include "port_line.h"
 
 namespace win32_layer {
 
-namespace {
+class RealInput::Line : public PortLine {
+public:
+    Line(DeviceAddress address, RealDevices::Say say, Sink sink)
+        : PortLine(std::move(address), std::move(say)), sink_(std::move(sink)) {}
 
-using namespace std::chrono_literals;
-
-constexpr auto kOpeningPatience = 2s;
-
-std::atomic<int> lines{0};
-
-}  // namespace
-
-/// What the device and the thread share; the thread may outlive the device.
-struct RealInput::Line {
-    Line(DeviceAddress of, RealDevices::Say sayTo, Sink heardBy)
-        : address(std::move(of)), say(std::move(sayTo)), sink(std::move(heardBy)) {
-        ++lines;
+    void Close() {
+        const std::lock_guard lock(mutex_);
+        End();
+        changed_.notify_all();
     }
-    ~Line() { --lines; }
 
-    void Run();
-    void Hear(const std::uint8_t* bytes, std::size_t count);
+protected:
+    void Work() override {
+        const InputPort port(address_, [this](const std::uint8_t* bytes, std::size_t count) { Hear(bytes, count); });
+        TellOpen();
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !sink_; });
+    }
+    void End() override { sink_ = {}; }
 
-    const DeviceAddress address;
-    const RealDevices::Say say;
-    std::mutex mutex;
-    std::condition_variable changed;
-    // Guarded by mutex.
-    Sink sink;  // empty: it has to end
-    bool isOpen = false;
-    bool hasEnded = false;
+private:
+    void Hear(const std::uint8_t* bytes, std::size_t count) {
+        const std::lock_guard lock(mutex_);
+        if (sink_)
+            sink_(bytes, count);
+    }
+
+    Sink sink_;  // empty: it has to end; guarded by mutex_
 };
-
-void RealInput::Line::Run() {
-    try {
-        const InputPort port(address, [this](const std::uint8_t* bytes, std::size_t count) { Hear(bytes, count); });
-        std::unique_lock lock(mutex);
-        isOpen = true;
-        changed.notify_all();
-        changed.wait(lock, [this] { return !sink; });
-    } catch (const std::exception& error) {
-        say("MIDI input '" + address.GetDisplayName() + "' cannot be opened: " + error.what());
-    }
-    const std::lock_guard lock(mutex);
-    hasEnded = true;
-    changed.notify_all();
-}
-
-void RealInput::Line::Hear(const std::uint8_t* bytes, std::size_t count) {
-    const std::lock_guard lock(mutex);
-    if (sink)
-        sink(bytes, count);
-}
 
 RealInput::RealInput(DeviceAddress address, RealDevices::Say say)
     : address_(std::move(address)), say_(std::move(say)) {}
@@ -79,31 +52,14 @@ std::string RealInput::GetIdentity() const {
 
 bool RealInput::Open(Sink sink) {
     auto line = std::make_shared<Line>(address_, say_, std::move(sink));
-    try {
-        std::thread([line] { line->Run(); }).detach();
-    } catch (const std::exception&) {  // no thread left
+    if (!PortLine::Open(line))
         return false;
-    }
-    std::unique_lock lock(line->mutex);
-    line->changed.wait_for(lock, kOpeningPatience, [&] { return line->isOpen || line->hasEnded; });
-    if (!line->isOpen || line->hasEnded) {
-        line->sink = {};
-        line->changed.notify_all();
-        return false;
-    }
-    line_ = line;
+    line_ = std::move(line);
     return true;
 }
 
 void RealInput::Close() {
-    const std::shared_ptr<Line> line = std::exchange(line_, nullptr);
-    const std::lock_guard lock(line->mutex);
-    line->sink = {};
-    line->changed.notify_all();
-}
-
-int RealInput::CountLines() {
-    return lines;
+    std::exchange(line_, nullptr)->Close();
 }
 
 }  // namespace win32_layer

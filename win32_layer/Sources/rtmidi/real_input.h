@@ -27,11 +27,8 @@ public:
     bool Open(Sink sink) override;
     void Close() override;
 
-    /// How many lines of all inputs are still at work.
-    static int CountLines();
-
 private:
-    struct Line;
+    class Line;
 
     const DeviceAddress address_;
     const RealDevices::Say say_;

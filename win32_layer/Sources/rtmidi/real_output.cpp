@@ -2,15 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <exception>
 #include <optional>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "message_queue.h"
 #include "output_port.h"
+#include "port_line.h"
 #include "win32_layer/layer.h"
 
 namespace win32_layer {
@@ -20,59 +18,45 @@ namespace {
 using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
-constexpr auto kOpeningPatience = 2s;
 constexpr auto kFlushTime = 500ms;
 constexpr auto kRoomStep = 1ms;
 
-std::atomic<int> lines{0};
-
 }  // namespace
 
-/// What the device and the thread share; the thread may outlive the device.
-struct RealOutput::Line {
-    Line(DeviceAddress to, RealDevices::Say sayTo) : address(std::move(to)), say(std::move(sayTo)) { ++lines; }
-    ~Line() { --lines; }
+class RealOutput::Line : public PortLine {
+public:
+    using PortLine::PortLine;
 
-    void Run();
     void Add(const std::uint8_t* bytes, std::size_t count);
+    /// What waits may still be sent until then.
+    void Close(SteadyClock::time_point finishBy);
+
+protected:
+    void Work() override;
+    void End() override { finishBy_ = SteadyClock::now(); }
+
+private:
     void SendQueued(OutputPort& port);
     bool SendMessage(OutputPort& port, const std::vector<std::uint8_t>& message);
     bool WaitForRoom(OutputPort& port, std::size_t count);
     void TellLosses(bool hasCaughtUp);
 
-    const DeviceAddress address;
-    const RealDevices::Say say;
-    std::mutex mutex;
-    std::condition_variable changed;
-    // Guarded by mutex.
-    MessageQueue queue;
-    bool isOpen = false;
-    bool hasEnded = false;
-    std::optional<SteadyClock::time_point> finishBy;  // empty: it goes on
-    std::uint64_t lost = 0;                           // since the queue was last empty
+    // Guarded by mutex_.
+    MessageQueue queue_;
+    std::optional<SteadyClock::time_point> finishBy_;  // empty: it goes on
+    std::uint64_t lost_ = 0;                           // since the queue was last empty
     // The thread's own.
-    bool lossIsTold = false;
-    std::string latestComplaint;
+    bool lossIsTold_ = false;
+    std::string latestComplaint_;
 };
 
-void RealOutput::Line::Run() {
-    try {
-        OutputPort port(address);
-        // Its messages are as urgent as the clock that sends them. Not before: the threads
-        // that JACK's library starts with the port would inherit it.
-        Layer::GiveTimerPriority();
-        {
-            const std::lock_guard lock(mutex);
-            isOpen = true;
-            changed.notify_all();
-        }
-        SendQueued(port);
-    } catch (const std::exception& error) {
-        say("MIDI output '" + address.GetDisplayName() + "' cannot be opened: " + error.what());
-    }
-    const std::lock_guard lock(mutex);
-    hasEnded = true;
-    changed.notify_all();
+void RealOutput::Line::Work() {
+    OutputPort port(address_);
+    // Its messages are as urgent as the clock that sends them. Not before: the threads
+    // that JACK's library starts with the port would inherit it.
+    Layer::GiveTimerPriority();
+    TellOpen();
+    SendQueued(port);
 }
 
 void RealOutput::Line::SendQueued(OutputPort& port) {
@@ -80,14 +64,14 @@ void RealOutput::Line::SendQueued(OutputPort& port) {
     message.reserve(MessageQueue::kBytes);
     for (;;) {
         {
-            std::unique_lock lock(mutex);
-            changed.wait(lock, [this] { return !queue.IsEmpty() || finishBy; });
-            if (queue.IsEmpty()) {
-                while (!port.HasLeft() && SteadyClock::now() < *finishBy)
-                    changed.wait_for(lock, kRoomStep);
+            std::unique_lock lock(mutex_);
+            changed_.wait(lock, [this] { return !queue_.IsEmpty() || finishBy_; });
+            if (queue_.IsEmpty()) {
+                while (!port.HasLeft() && SteadyClock::now() < *finishBy_)
+                    changed_.wait_for(lock, kRoomStep);
                 return;
             }
-            queue.Pop(message);
+            queue_.Pop(message);
         }
         if (!SendMessage(port, message))
             return;
@@ -104,9 +88,9 @@ bool RealOutput::Line::SendMessage(OutputPort& port, const std::vector<std::uint
         if (!WaitForRoom(port, piece))
             return false;
         std::string complaint = port.Send(message.data() + sent, piece);
-        if (!complaint.empty() && complaint != latestComplaint)
-            say("MIDI output '" + address.GetDisplayName() + "': " + complaint);
-        latestComplaint = std::move(complaint);
+        if (!complaint.empty() && complaint != latestComplaint_)
+            say_("MIDI output '" + address_.GetDisplayName() + "': " + complaint);
+        latestComplaint_ = std::move(complaint);
         sent += piece;
     }
     return true;
@@ -117,43 +101,49 @@ bool RealOutput::Line::WaitForRoom(OutputPort& port, std::size_t count) {
         if (port.IsReadyFor(count))
             return true;
         TellLosses(false);
-        std::unique_lock lock(mutex);
-        changed.wait_for(lock, kRoomStep, [this] { return finishBy && *finishBy < SteadyClock::now(); });
-        if (finishBy && *finishBy < SteadyClock::now())
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, kRoomStep, [this] { return finishBy_ && *finishBy_ < SteadyClock::now(); });
+        if (finishBy_ && *finishBy_ < SteadyClock::now())
             return false;
     }
     // Until it is removed: nobody shall wait for it meanwhile.
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return finishBy.has_value(); });
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return finishBy_.has_value(); });
     return false;
 }
 
 void RealOutput::Line::TellLosses(bool hasCaughtUp) {
     std::uint64_t losses = 0;
     {
-        const std::lock_guard lock(mutex);
-        losses = lost;
-        hasCaughtUp = hasCaughtUp && queue.IsEmpty();
+        const std::lock_guard lock(mutex_);
+        losses = lost_;
+        hasCaughtUp = hasCaughtUp && queue_.IsEmpty();
         if (hasCaughtUp)
-            lost = 0;
+            lost_ = 0;
     }
-    if (losses > 0 && !lossIsTold)
-        say("MIDI output '" + address.GetDisplayName() + "' takes no more: what is sent to it is lost");
-    lossIsTold = losses > 0;
+    if (losses > 0 && !lossIsTold_)
+        say_("MIDI output '" + address_.GetDisplayName() + "' takes no more: what is sent to it is lost");
+    lossIsTold_ = losses > 0;
     if (losses > 0 && hasCaughtUp) {
-        say("MIDI output '" + address.GetDisplayName() + "' takes messages again; " + std::to_string(losses) +
-            " were lost");
-        lossIsTold = false;
+        say_("MIDI output '" + address_.GetDisplayName() + "' takes messages again; " + std::to_string(losses) +
+             " were lost");
+        lossIsTold_ = false;
     }
 }
 
 void RealOutput::Line::Add(const std::uint8_t* bytes, std::size_t count) {
-    const std::lock_guard lock(mutex);
-    if (hasEnded || finishBy)
+    const std::lock_guard lock(mutex_);
+    if (hasEnded_ || finishBy_)
         return;
-    if (!queue.Push(bytes, count))
-        ++lost;
-    changed.notify_all();
+    if (!queue_.Push(bytes, count))
+        ++lost_;
+    changed_.notify_all();
+}
+
+void RealOutput::Line::Close(SteadyClock::time_point finishBy) {
+    const std::lock_guard lock(mutex_);
+    finishBy_ = finishBy;
+    changed_.notify_all();
 }
 
 RealOutput::RealOutput(DeviceAddress address, RealDevices::Say say)
@@ -175,19 +165,8 @@ bool RealOutput::Open() {
         return true;
     }
     auto line = std::make_shared<Line>(address_, say_);
-    try {
-        std::thread([line] { line->Run(); }).detach();
-    } catch (const std::exception&) {  // no thread left
+    if (!PortLine::Open(line))
         return false;
-    }
-    {
-        std::unique_lock lock(line->mutex);
-        line->changed.wait_for(lock, kOpeningPatience, [&] { return line->isOpen || line->hasEnded; });
-        if (!line->isOpen || line->hasEnded) {
-            line->finishBy = SteadyClock::now();
-            return false;
-        }
-    }
     const std::lock_guard lock(mutex_);
     line_ = std::move(line);
     openings_ = 1;
@@ -202,9 +181,7 @@ void RealOutput::Close() {
         const std::lock_guard lock(mutex_);
         line.swap(line_);
     }
-    const std::lock_guard lock(line->mutex);
-    line->finishBy = SteadyClock::now() + kFlushTime;
-    line->changed.notify_all();
+    line->Close(SteadyClock::now() + kFlushTime);
 }
 
 void RealOutput::Play(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds) {
@@ -215,10 +192,6 @@ void RealOutput::Play(const std::uint8_t* bytes, std::size_t count, std::chrono:
     }
     if (line && count > 0)
         line->Add(bytes, count);
-}
-
-int RealOutput::CountLines() {
-    return lines;
 }
 
 }  // namespace win32_layer

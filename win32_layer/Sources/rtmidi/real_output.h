@@ -34,11 +34,8 @@ public:
     void Close() override;
     void Play(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) override;
 
-    /// How many lines of all outputs are still at work.
-    static int CountLines();
-
 private:
-    struct Line;
+    class Line;
 
     const DeviceAddress address_;
     const RealDevices::Say say_;
