@@ -250,7 +250,13 @@ void MidiMessageDispatcher::PacketEnd() {
         const std::lock_guard lock(mutex_);
         packet.swap(packetMessages_);
     }
-    forwardingFunction_(packet);
+    try {
+        forwardingFunction_(packet);
+    } catch (...) {  // it is still to be passed on
+        const std::lock_guard lock(mutex_);
+        packetMessages_.insert(packetMessages_.begin(), packet.begin(), packet.end());
+        throw;
+    }
     packet.clear();
     const std::lock_guard lock(mutex_);
     if (packetMessages_.empty())

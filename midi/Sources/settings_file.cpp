@@ -1,6 +1,7 @@
 #include "midi/Sources/settings_file.h"
 
-#include <iterator>
+#include <array>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 
@@ -17,6 +18,22 @@ bool Write(const fs::path& path, std::ios_base::openmode mode, const std::string
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     file.close();
     return file.good();
+}
+
+/// Nothing where it cannot be read to its end.
+std::optional<std::string> BytesOf(const fs::path& path) {
+    std::ifstream file(path, std::ios_base::binary);
+    if (!file)
+        return std::nullopt;
+    std::string bytes;
+    std::array<char, 4096> chunk;
+    do {
+        file.read(chunk.data(), chunk.size());
+        bytes.append(chunk.data(), static_cast<std::size_t>(file.gcount()));
+    } while (file);
+    if (file.bad())
+        return std::nullopt;
+    return bytes;
 }
 
 }  // namespace
@@ -103,9 +120,7 @@ bool SettingsFile::Holds(const fs::path& target) const {
     std::error_code ignored;
     if (!fs::is_regular_file(target, ignored))
         return false;
-    std::ifstream file(target, std::ios_base::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    return file.good() && bytes == written_;
+    return BytesOf(target) == written_;
 }
 
 bool SettingsFile::SaveTo(const fs::path& target) const {
@@ -141,13 +156,13 @@ SettingsFile::Outcome SettingsFile::ReplaceWhole(const fs::path& target) const {
 // Over the old bytes, which are written back where the new ones find no room: what
 // the file occupies already is never given up.
 bool SettingsFile::WriteInPlace(const fs::path& target) const {
-    std::ifstream file(target, std::ios_base::binary);
-    const std::string old((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    file.close();
+    const std::optional<std::string> old = BytesOf(target);
+    if (!old)
+        return false;
     const bool isWritten = Write(target, std::ios_base::in, written_);
     if (!isWritten)
-        Write(target, std::ios_base::in, old);
+        Write(target, std::ios_base::in, *old);
     std::error_code ignored;
-    fs::resize_file(target, isWritten ? written_.size() : old.size(), ignored);
+    fs::resize_file(target, isWritten ? written_.size() : old->size(), ignored);
     return isWritten;
 }

@@ -158,7 +158,11 @@ TEST_F(MidiBindings, APacketThatNobodyEndsKeepsTheLatestMessages) {
     dispatcher_.PacketEnd();
     EXPECT_THAT(packet_, IsEmpty());
     dispatcher_.SetForwardingFunction({});
+    send(1);
     EXPECT_THROW(dispatcher_.PacketEnd(), std::bad_function_call);
+    dispatcher_.SetForwardingFunction([this](const auto& packet) { packet_ = packet; });
+    dispatcher_.PacketEnd();
+    EXPECT_EQ(packet_.size(), 1u) << "what was not passed on stays";
 }
 
 TEST_F(MidiBindings, AreListedByStatusAndThenByNumber) {
