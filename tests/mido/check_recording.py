@@ -1,35 +1,23 @@
-#!/usr/bin/python3
 """Does a recording hold every channel message of its songs, once, in order and in time?
 
-    check_recording.py RECORDING SONG... [options]
-
-The songs played one after another. Per channel, the messages of a song stand in the recording without a gap,
+The songs play one after another at once. Per channel, the messages of a song stand in the recording without a gap,
 controllers 120 to 127 left out and a note-on of velocity 0 taken for a note-off of velocity 64. What the player adds
-stands before the first and after the last of them, and is only what the options allow there: by default pitch bends,
-controllers, program changes and (after) note-offs. Each message lies within one MIDI clock of its ideal time. After
-the last song no note sounds, judged without the help of controllers 120 to 127.
+stands before the first and after the last of them, and is only pitch bends, controllers, program changes and (after)
+note-offs. Each message lies within one MIDI clock of its ideal time. After the last song no note sounds, judged without
+the help of controllers 120 to 127.
 
 Read by mido, which shares nothing with the player.
 """
 
-import argparse
 import bisect
 import math
-import sys
 
 import mido
 
-KINDS = {"off": 0x80, "on": 0x90, "aftertouch": 0xA0, "controller": 0xB0, "program": 0xC0, "pressure": 0xD0,
-         "bend": 0xE0}
 CLOCKS_PER_QUARTER = 24
-
-
-def kinds(words):
-    return {KINDS[word] for word in words.split(",") if word}
-
-
-BEFORE = kinds("bend,controller,program")
-AFTER = kinds("off,bend,controller,program")
+BEFORE = {0xB0, 0xC0, 0xE0}  # status bytes of controllers, programs and bends
+AFTER = BEFORE | {0x80}
+SLACK = 0.0002  # seconds beyond a MIDI clock; the recording's own ticks are 0.0001 s
 
 
 def events_of(midi):
@@ -48,10 +36,10 @@ def events_of(midi):
 class Song:
     """A file as its composer meant it: messages by channel as (seconds, seconds of a clock there, bytes)."""
 
-    def __init__(self, path, tempos_by_clock=False):
+    def __init__(self, path):
         midi = mido.MidiFile(path)
         events, end = events_of(midi)
-        self.set_times(midi.ticks_per_beat, events, tempos_by_clock)
+        self.set_times(midi.ticks_per_beat, events)
         self.channels = [[] for _ in range(16)]
         for tick, message in events:
             if message.type in ("sysex", "sysex_end") or message.is_meta:
@@ -65,12 +53,12 @@ class Song:
             self.channels[data[0] & 0x0F].append((seconds, clock, data))
         self.end = end
 
-    def next_start(self, clocks):
-        """When another song starts so many clocks after the one that holds the end of this song."""
+    def next_start(self):
+        """When another song starts: at the clock that ends this one."""
         clock = self.quarter / CLOCKS_PER_QUARTER
-        return self.time((math.floor(self.end / clock + 1e-6) + clocks) * clock)[0]
+        return self.time((math.floor(self.end / clock + 1e-6) + 1) * clock)[0]
 
-    def set_times(self, division, events, tempos_by_clock):
+    def set_times(self, division, events):
         if division < 0 or division >= 0x8000:  # SMPTE: two bytes, the first one negative
             rate = 256 - (division >> 8 & 0xFF)
             second = (30000 / 1001 if rate == 29 else rate) * (division & 0xFF)
@@ -82,8 +70,7 @@ class Song:
             for tick, message in events:
                 if message.type == "set_tempo":
                     tempos[tick] = message.tempo / 1e6
-        if tempos_by_clock:
-            tempos = self.tempos_by_clock(tempos)
+        tempos = self.tempos_by_clock(tempos)
         self.starts = []  # (tick, seconds, seconds of a quarter note)
         seconds = 0.0
         for tick in sorted(tempos):
@@ -146,7 +133,7 @@ def first_place(recorded, wanted, start):
     return None
 
 
-def places_from(recorded, wanted, place, start, slack):
+def places_from(recorded, wanted, place, start):
     """Where the messages of a later song stand, and the extra ones before and among them.
 
     At its first clock the player adds what the song before left set and this one does not set itself; an extra message
@@ -156,8 +143,8 @@ def places_from(recorded, wanted, place, start, slack):
     while True:
         places, extra = [], []
         at = place
-        while at < len(recorded) and recorded[at][0] <= start + slack:
-            if recorded[at][0] >= start - slack and len(places) < most and recorded[at][1] == wanted[len(places)][2]:
+        while at < len(recorded) and recorded[at][0] <= start + SLACK:
+            if recorded[at][0] >= start - SLACK and len(places) < most and recorded[at][1] == wanted[len(places)][2]:
                 places.append(at)
             else:
                 extra.append(recorded[at])
@@ -182,24 +169,23 @@ def closest(recorded, wanted, start):
     return best
 
 
-def check(recording, songs, before=BEFORE, after=AFTER, slack=0.0002, tempos_by_clock=False, clocks_between=1,
-          muted=()):
+def check(recording, songs):
     """A list of faults, each a line."""
     channels, faults = read_recording(recording)
-    songs = [Song(path, tempos_by_clock) for path in songs]
+    songs = [Song(path) for path in songs]
     for channel, recorded in enumerate(channels):
         place = 0
         offset = 0.0
         for number, song in enumerate(songs, 1):
-            wanted = [] if channel in muted else song.channels[channel]
+            wanted = song.channels[channel]
             name = f"song {number}, channel {channel + 1}"
             if number == 1:
                 found = first_place(recorded, wanted, place) if wanted else place
                 places = range(found, found + len(wanted)) if found is not None else []
-                faults += extras(recorded[:places[0]] if places else [], before, f"{name}, before it")
+                faults += extras(recorded[:places[0]] if places else [], BEFORE, f"{name}, before it")
             else:
-                places, extra = places_from(recorded, wanted, place, offset, slack)
-                faults += extras(extra, before | after, f"{name}, before it")
+                places, extra = places_from(recorded, wanted, place, offset)
+                faults += extras(extra, AFTER, f"{name}, before it")
             if len(places) < len(wanted):
                 count, at = (len(places), places[-1] + 1 - len(places)) if places else closest(recorded, wanted, place)
                 got = text(recorded[at + count][1]) if at + count < len(recorded) else "the end"
@@ -208,18 +194,16 @@ def check(recording, songs, before=BEFORE, after=AFTER, slack=0.0002, tempos_by_
                 break
             for (seconds, clock, data), index in zip(wanted, places):
                 late = recorded[index][0] - offset - seconds
-                # Where the engine's own clock is the measure, nothing leaves after its time;
-                # a fiftieth of a clock is what rounded ticks make of it.
-                latest = clock / 50 if tempos_by_clock else clock
-                if not -clock - slack <= late <= latest + slack:
+                # Nothing leaves after its time; a fiftieth of a clock is what rounded ticks make of it.
+                if not -clock - SLACK <= late <= clock / 50 + SLACK:
                     faults.append(f"{name}: {text(data)} at {seconds + late:.4f} s instead of {seconds:.4f} s, "
                                   f"a clock being {clock:.4f} s")
                     break
             if len(places) > 0:
                 place = places[-1] + 1
-            offset += song.next_start(clocks_between)
+            offset += song.next_start()
         else:
-            faults += extras(recorded[place:], after, f"channel {channel + 1}, after the last song")
+            faults += extras(recorded[place:], AFTER, f"channel {channel + 1}, after the last song")
             faults += sounding(recorded, channel)
     return faults
 
@@ -238,34 +222,3 @@ def sounding(messages, channel):
         elif kind in (0x80, 0x90):
             notes.discard(data[1])
     return [f"channel {channel + 1}: notes {sorted(notes)} sound to the end"] if notes else []
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("recording")
-    parser.add_argument("songs", nargs="+", metavar="SONG")
-    parser.add_argument("--before", type=kinds, default=BEFORE, metavar="KINDS",
-                        help=f"what may stand before a song's messages, of {','.join(KINDS)}")
-    parser.add_argument("--after", type=kinds, default=AFTER, metavar="KINDS",
-                        help="what may stand after the last song's and, with --before, between two songs'")
-    parser.add_argument("--slack", type=float, default=0.0002, metavar="SECONDS",
-                        help="beyond a MIDI clock; the recording's own ticks are 0.0001 s")
-    parser.add_argument("--tempos-by-clock", action="store_true",
-                        help="a tempo holds from the clock on that leads to its place, as in the engine: without this "
-                             "the tempos of the file decide, and each change moves the rest by a part of a clock")
-    parser.add_argument("--clocks-between", type=int, default=1, metavar="N",
-                        help="the next song starts N clocks after the one that holds the end of the song before: 1, "
-                             "at the clock that ends that song")
-    parser.add_argument("--mute", type=int, action="append", default=[], metavar="CHANNEL",
-                        help="1 to 16; nothing of this channel is to be heard")
-    options = parser.parse_args()
-    if len(options.songs) > 1 and not options.tempos_by_clock:
-        parser.error("where a later song starts is known only --tempos-by-clock")
-    faults = check(options.recording, options.songs, options.before, options.after, options.slack,
-                   options.tempos_by_clock, options.clocks_between, {channel - 1 for channel in options.mute})
-    print("\n".join(faults) if faults else "the recording holds its songs")
-    return 1 if faults else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())

@@ -24,7 +24,7 @@ def faults_of(binaries, songs, recording):
                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=300)
     if run.returncode != 0:
         return [f"the player's status is {run.returncode}: {run.stderr.strip()[-500:]}"]
-    return check_recording.check(recording, songs, tempos_by_clock=True)
+    return check_recording.check(recording, songs)
 
 
 def main():
