@@ -15,6 +15,8 @@ import time
 
 import mido
 
+from player_under_test import PLAYER, passes, same, told
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 DEMO = sorted((ROOT / "player" / "demo").glob("*.mid"))
 sys.path.insert(0, str(ROOT / "tests" / "mido"))
@@ -22,7 +24,6 @@ import check_recording  # noqa: E402
 
 REAL_FOLDERS = ("/usr/share/games/openttd", "/usr/share/mma", "/usr/share/games/planetblupi", "/usr/share/planetblupi")
 MOST_REAL_FILES = 12
-PLAYER = pathlib.Path(sys.argv[1]).resolve() / "vemo_player"
 
 
 class Case:
@@ -72,11 +73,6 @@ class Case:
     def strikes(self, channel=0):
         return [(tick, m.note) for tick, m in self.recorded()
                 if m.type == "note_on" and m.velocity > 0 and m.channel == channel]
-
-
-def same(got, wanted, what=""):
-    if got != wanted:
-        raise AssertionError(f"{what} {got!r} instead of {wanted!r}")
 
 
 def refused(case, arguments, *words, lines=1):
@@ -306,16 +302,11 @@ TESTS = [
 
 
 def main():
-    failed = 0
+    passed = 0
     for test in TESTS:
         with tempfile.TemporaryDirectory() as folder:
-            try:
-                test(Case(folder))
-            except (AssertionError, OSError, ValueError, EOFError, subprocess.SubprocessError) as fault:
-                failed += 1
-                print(f"FAILED {test.__name__}: {fault}")
-    print(f"{len(TESTS) - failed} passed, {failed} failed")
-    return 1 if failed else 0
+            passed += passes(test, Case(folder))
+    return told(passed, len(TESTS) - passed)
 
 
 if __name__ == "__main__":

@@ -7,6 +7,7 @@ devices need the kernel's sequencer, which build machines lack, and are no part 
 and python3-jack-client for the instrument. Ends with "N passed, N failed", or with one line "LEFT OUT: REASON".
 """
 
+import contextlib
 import importlib.util
 import json
 import os
@@ -14,14 +15,15 @@ import pathlib
 import queue
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 
 import mido
+
+import player_under_test
+from player_under_test import PATIENCE, Fault, passes, same, told, wait_for
 
 BIN = pathlib.Path(sys.argv[1]).resolve()
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -29,16 +31,11 @@ SONG = ROOT / "player/demo/2_attic_waltz.mid"
 SERVER = f"vemo_test_{os.getpid()}"
 ENVIRONMENT = {**os.environ, "JACK_DEFAULT_SERVER": SERVER, "JACK_NO_AUDIO_RESERVATION": "1",
                "TSAN_OPTIONS": f"suppressions={ROOT}/tools/tsan_suppressions.txt"}
-PATIENCE = 20
 RATE = 48000
 # With the first a server waits for its clients in every cycle: without, one that comes too late on a busy machine
 # misses what it was to hear. But one that is waited for must not go without farewell.
 PATIENT = ["-S", "-t", "5000"], 256
 USUAL = [], 1024
-
-
-class Fault(Exception):
-    pass
 
 
 def be_instrument(name):
@@ -140,24 +137,12 @@ class Server:
             self.die()
 
 
-class Player:
-    """A player that is steered through its socket."""
-
-    def __init__(self, folder, song=SONG):
-        path = folder / "control"
-        self.process = subprocess.Popen([BIN / "vemo_player", "play", song, "--serve", path], env=ENVIRONMENT,
-                                        text=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                        stderr=subprocess.PIPE)
-        self.said = []
-        threading.Thread(target=lambda: self.said.extend(self.process.stderr), daemon=True).start()
-        self.connection = socket.socket(socket.AF_UNIX)
-        self.connection.settimeout(PATIENCE)
-        wait_for(lambda: self.process.poll() is not None or self.connection.connect_ex(str(path)) == 0, "a socket")
-        self.lines = self.connection.makefile("r")
+class Player(player_under_test.Player):
+    def __init__(self, folder, song):
+        super().__init__(folder / "control", song, env=ENVIRONMENT)
 
     def do(self, command):
-        self.connection.sendall(f"{command}\n".encode())
-        answer = json.loads(self.lines.readline())
+        answer = super().do(command)
         if not answer["done"]:
             raise Fault(f"{command}: {answer['message']}")
         return answer
@@ -184,17 +169,23 @@ class Player:
         same(status, 130, "status of an interrupted player")
 
 
-def wait_for(condition, what, patience=PATIENCE):
-    end = time.monotonic() + patience
-    while not condition():
-        if time.monotonic() > end:
-            raise Fault(f"in vain waited for {what}")
-        time.sleep(0.05)
+@contextlib.contextmanager
+def playing(folder, song=SONG):
+    """A player on the server, which ends with the block."""
+    player = Player(folder, song)
+    try:
+        same(player.connect(time.monotonic() + PATIENCE), True, "the player listens:")
+        yield player
+    finally:
+        player.end()
 
 
-def same(found, wanted, what):
-    if found != wanted:
-        raise Fault(f"{what}: {found!r} instead of {wanted!r}")
+@contextlib.contextmanager
+def resumed_at_last(server):
+    try:
+        yield
+    finally:
+        os.kill(server.process.pid, signal.SIGCONT)
 
 
 def messages_of(file):
@@ -243,8 +234,7 @@ def a_pedal_plays_what_it_was_taught(server, instrument, folder):
     song.save(folder / "song.mid")
     (folder / "show.json").write_text(json.dumps({"title": "Taught", "kind": "programs",
                                                   "songs": [{"key": "one", "file": "song.mid"}]}))
-    player = Player(folder, folder / "show.json")
-    try:
+    with playing(folder, folder / "show.json") as player:
         player.do("command input instrument:pedal")
         for command, message, binding in (("Play", "b0407f", "controller 64, channel 1"),
                                           ("Stop", "9c247f", "note 36, channel 13")):
@@ -262,8 +252,6 @@ def a_pedal_plays_what_it_was_taught(server, instrument, folder):
             for message in ("b04000", "9c247f", "8c2400"):
                 instrument.press(message)
             wait_for(lambda: any(one[0] == 0x80 for _, one in instrument.take()), "the note to end")
-    finally:
-        player.end()
     late.sort()
     print(f"from the pedal to the first note: median {late[49]:.2f} ms, 99th percentile {late[98]:.2f} ms, both by way "
           f"of the server (a cycle takes {1000 * server.frames / RATE:.2f} ms)")
@@ -271,8 +259,7 @@ def a_pedal_plays_what_it_was_taught(server, instrument, folder):
 
 
 def an_unplugged_instrument_is_shown_and_comes_back_with_its_state(_server, instrument, folder):
-    player = Player(folder)
-    try:
+    with playing(folder) as player:
         same(player.device(), {"name": "instrument:in", "state": "ok"}, "device")
         player.do("play")
         time.sleep(2)
@@ -292,25 +279,19 @@ def an_unplugged_instrument_is_shown_and_comes_back_with_its_state(_server, inst
                 known.add((channel, kind))
             elif kind == 9:
                 same({(channel, 0xB), (channel, 0xC)} <= known, True, f"volume and program before a note of {channel}")
-    finally:
-        player.end()
 
 
 def an_instrument_that_is_away_for_a_moment_is_heard_again(_server, instrument, folder):
-    player = Player(folder)
-    try:
+    with playing(folder) as player:
         player.do("play")
         for _ in range(3):  # the player looks once a second, and may see it gone
             instrument.unplug()
             instrument.__init__("instrument")
             wait_for(lambda: any(one[0] >> 4 == 9 for _, one in instrument.take()), "notes")
-    finally:
-        player.end()
 
 
 def a_server_that_dies_hangs_no_player(server, instrument, folder):
-    player = Player(folder)
-    try:
+    with resumed_at_last(server), playing(folder) as player:
         player.do("play")
         time.sleep(1)
         server.die()
@@ -325,9 +306,6 @@ def a_server_that_dies_hangs_no_player(server, instrument, folder):
         wait_for(instrument.take, "the music to be heard again")
         os.kill(server.process.pid, signal.SIGSTOP)
         wait_for(lambda: player.device()["state"] == "lost", "a server that hangs to be shown")
-    finally:
-        player.end()
-        os.kill(server.process.pid, signal.SIGCONT)
 
 
 def run_on(kind, tests):
@@ -340,17 +318,12 @@ def run_on(kind, tests):
                 return None
             print("FAILED: the instrument cannot be played")
             return 0, 1
-        passed = failed = 0
+        passed = 0
         with tempfile.TemporaryDirectory() as name:
             for test in tests:
-                try:
-                    test(server, instrument, pathlib.Path(name))
-                    passed += 1
-                except (Fault, OSError, ValueError, KeyError, subprocess.SubprocessError) as fault:
-                    failed += 1
-                    print(f"FAILED: {test.__name__}: {fault}")
+                passed += passes(test, server, instrument, pathlib.Path(name))
         instrument.end()
-        return passed, failed
+        return passed, len(tests) - passed
     finally:
         server.end()
 
@@ -369,8 +342,7 @@ def main():
     if len(ran) < len(counts) and not failed:
         print("LEFT OUT: no JACK server with the dummy driver can run here")
         return 0
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+    return told(passed, failed)
 
 
 if __name__ == "__main__":

@@ -10,24 +10,22 @@ import json
 import pathlib
 import random
 import signal
-import socket
-import subprocess
 import sys
 import tempfile
-import threading
 import time
 
 import mido
 
-PLAYER = pathlib.Path(sys.argv[1]).resolve() / "vemo_player"
+import player_under_test
+from player_under_test import Fault, same
+
 ROUNDS = int(sys.argv[2]) if len(sys.argv) > 2 else 8
 SEED = int(sys.argv[3]) if len(sys.argv) > 3 else 1
-SLOW = 4 if pathlib.Path(sys.argv[1]).resolve().parent.name in ("asan", "tsan") else 1
+SLOW = 4 if player_under_test.PLAYER.parents[1].name in ("asan", "tsan") else 1
 
 # A look, the least time between two writes, the write itself on a busy disk: what was so for longer must be saved.
 GRACE = 0.7 * SLOW
 COMES_BACK_WITHIN = 2.0 * SLOW
-PATIENCE = 30
 SONGS = 3
 BARS = 30
 BAR_SECONDS = 0.5
@@ -54,53 +52,13 @@ def write_show(folder):
     return show
 
 
-class Fault(AssertionError):
-    pass
-
-
-def same(got, wanted, what):
-    if got != wanted:
-        raise Fault(f"{what}: {got!r} instead of {wanted!r}")
-
-
-class Player:
-    """A running player, steered through its socket. What it told of itself is kept with the moment."""
+class Player(player_under_test.Player):
+    """What it told of itself is kept with the moment."""
 
     def __init__(self, show, resume):
-        self.socket_path = show.parent / "control"
         self.started = time.monotonic()
-        command = [PLAYER, "play", show, "--serve", self.socket_path] + (["--resume"] if resume else [])
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                        stderr=subprocess.PIPE, text=True, cwd=show.parent)
-        # Read all the time: a full pipe would hold the player's main thread.
-        self.complaints = []
-        threading.Thread(target=lambda: self.complaints.extend(self.process.stderr), daemon=True).start()
-        self.connection = None
+        super().__init__(show.parent / "control", show, *["--resume"] * resume, cwd=show.parent)
         self.told = []  # (moment before asking, what was told)
-
-    def connect(self, until):
-        while time.monotonic() < until:
-            if self.process.poll() is not None:
-                raise Fault(f"ended with {self.process.returncode}: {''.join(self.complaints)!r}")
-            connection = socket.socket(socket.AF_UNIX)
-            connection.settimeout(PATIENCE)
-            try:
-                connection.connect(str(self.socket_path))
-            except OSError:
-                connection.close()
-                time.sleep(0.01)
-                continue
-            self.connection = connection
-            self.lines = connection.makefile("r")
-            return True
-        return False
-
-    def do(self, command):
-        self.connection.sendall(f"{command}\n".encode())
-        line = self.lines.readline()
-        if not line:
-            raise Fault(f"no answer to {command}: {''.join(self.complaints)!r}")
-        return json.loads(line)
 
     def look(self):
         moment = time.monotonic()
@@ -265,8 +223,7 @@ def main():
                 for file, content in originals.items():
                     (folder / file).write_bytes(content)
                 before = None
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+    return player_under_test.told(passed, failed)
 
 
 if __name__ == "__main__":

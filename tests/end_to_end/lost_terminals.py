@@ -23,9 +23,9 @@ import time
 
 import mido
 
-PLAYER = pathlib.Path(sys.argv[1]).resolve() / "vemo_player"
+from player_under_test import PATIENCE, PLAYER, passes, same, told, wait_for
+
 COUNT = int(sys.argv[2]) if len(sys.argv) > 2 else 10
-PATIENCE = 30
 SEED = 4
 
 
@@ -134,26 +134,15 @@ class Stage:
         terminal.press(" ")
         terminal.wait_for("PLAYING")
         # What is heard follows what is played by a display's delay.
-        end = time.monotonic() + PATIENCE
-        while self.place() == 0 and time.monotonic() < end:
-            time.sleep(0.05)
+        wait_for(lambda: self.place() > 0, "the music to move")
         return terminal
 
     def wait_for_no_player(self):
-        end = time.monotonic() + PATIENCE
-        while self.player() is not None or self.socket.exists():
-            if time.monotonic() > end:
-                raise AssertionError("the player does not end")
-            time.sleep(0.05)
+        wait_for(lambda: self.player() is None and not self.socket.exists(), "the player's end")
 
     def close(self):
         if (player := self.player()) is not None:
             os.kill(player, signal.SIGKILL)
-
-
-def same(got, wanted, what=""):
-    if got != wanted:
-        raise AssertionError(f"{what} {got!r} instead of {wanted!r}")
 
 
 def lost_terminals_leave_the_music_alone(stage):
@@ -282,19 +271,15 @@ TESTS = [
 
 
 def main():
-    failed = 0
+    passed = 0
     for test in TESTS:
         with tempfile.TemporaryDirectory() as folder:
             stage = Stage(folder)
             try:
-                test(stage)
-            except (AssertionError, OSError, ValueError, KeyError, subprocess.SubprocessError) as fault:
-                failed += 1
-                print(f"FAILED {test.__name__}: {fault}")
+                passed += passes(test, stage)
             finally:
                 stage.close()
-    print(f"{len(TESTS) - failed} passed, {failed} failed")
-    return 1 if failed else 0
+    return told(passed, len(TESTS) - passed)
 
 
 if __name__ == "__main__":
