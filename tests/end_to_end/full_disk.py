@@ -12,18 +12,19 @@ import subprocess
 import sys
 import tempfile
 
+from player_under_test import PLAYER, told
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-PLAYER = pathlib.Path(sys.argv[1]).resolve() / "vemo_player"
 MTC = b"\x14MidiTimeCodeSettings\x00\x01\x02\x00\x00\x00\x02"
 COMMANDS = b"\x14MidiCommandsSettings\x00\x00\x00\x00\x00\x01\x00\x02\x90\x00\x3c"
 passed = failed = 0
 
 
-def check(what, good, got):
+def check(what, got, wanted):
     global passed, failed
-    passed, failed = passed + bool(good), failed + (not good)
-    if not good:
-        print(f"FAILED {what}: {got!r}")
+    passed, failed = passed + (got == wanted), failed + (got != wanted)
+    if got != wanted:
+        print(f"FAILED {what}: {got!r} instead of {wanted!r}")
 
 
 def run(*arguments):
@@ -31,12 +32,18 @@ def run(*arguments):
                           timeout=120)
 
 
-def on_a_small_disk(disk):
-    shutil.copy(ROOT / "shows/10_last_bow.mid", disk)
-    show = disk / "show.json"
+def put_show(folder):
+    shutil.copy(ROOT / "shows/10_last_bow.mid", folder)
+    show = folder / "show.json"
     show.write_text('{"title": "Small", "kind": "programs", "songs": [{"key": "bow", "file": "10_last_bow.mid"}]}')
-    (disk / "show.json.mtc").write_bytes(MTC)
-    (disk / "show.json.commands").write_bytes(COMMANDS)
+    return show
+
+
+def on_a_small_disk(disk):
+    show = put_show(disk)
+    mtc, commands = disk / "show.json.mtc", disk / "show.json.commands"
+    mtc.write_bytes(MTC)
+    commands.write_bytes(COMMANDS)
     filler = disk / "filler"
     try:
         with filler.open("wb", buffering=0) as file:
@@ -45,37 +52,30 @@ def on_a_small_disk(disk):
     except OSError:
         pass
     played = run("play", "--offline", "--mtc", "25", show)
-    check("the show plays on a full disk", played.returncode == 0, played.stderr)
-    check("its time code's settings are the old ones", (disk / "show.json.mtc").read_bytes() == MTC,
-          (disk / "show.json.mtc").read_bytes())
+    check("status on a full disk, where " + played.stderr, played.returncode, 0)
+    check("its time code's settings", mtc.read_bytes(), MTC)
     forgotten = run("learn", show, "--forget", "play")
-    check("a pedal cannot be forgotten for good there, which is said", "show.json.commands" in forgotten.stderr,
-          forgotten.stderr)
-    check("its pedals are the old ones", (disk / "show.json.commands").read_bytes() == COMMANDS,
-          (disk / "show.json.commands").read_bytes())
-    check("nothing half written is left", sorted(os.listdir(disk)) ==
-          ["10_last_bow.mid", "filler", "show.json", "show.json.commands", "show.json.mtc"], os.listdir(disk))
+    check("told that a pedal cannot be forgotten there", "show.json.commands" in forgotten.stderr, True)
+    check("its pedals", commands.read_bytes(), COMMANDS)
+    check("what is left", sorted(os.listdir(disk)),
+          ["10_last_bow.mid", "filler", "show.json", "show.json.commands", "show.json.mtc"])
     filler.unlink()
     run("play", "--offline", "--mtc", "25", show)
     run("learn", show, "--forget", "play")
-    check("with room again the rate is kept", (disk / "show.json.mtc").read_bytes() == MTC[:-1] + b"\x01",
-          (disk / "show.json.mtc").read_bytes())
-    check("and the pedal forgotten", (disk / "show.json.commands").read_bytes() == COMMANDS[:26] + b"\x00\x00",
-          (disk / "show.json.commands").read_bytes())
+    check("the rate, with room again", mtc.read_bytes(), MTC[:-1] + b"\x01")
+    check("the pedals, with room again", commands.read_bytes(), COMMANDS[:26] + b"\x00\x00")
 
 
 def with_folders_for_files(folder):
-    show = folder / "show.json"
-    shutil.copy(ROOT / "shows/10_last_bow.mid", folder)
-    show.write_text('{"title": "Small", "kind": "programs", "songs": [{"key": "bow", "file": "10_last_bow.mid"}]}')
+    show = put_show(folder)
     for name in ("mtc", "commands", "commands.pedals"):
         (folder / f"show.json.{name}").mkdir()
     played = run("play", "--offline", "--mtc", "25", show)
-    check("the show plays where its settings cannot be read", played.returncode == 0, played.stderr)
+    check("status where its settings cannot be read, where " + played.stderr, played.returncode, 0)
     listed = run("learn", show)
-    check("and its pedals are listed", listed.returncode == 0 and "Next Song" in listed.stdout, listed)
-    check("the folders stay", all((folder / f"show.json.{name}").is_dir() for name in ("mtc", "commands.pedals")),
-          os.listdir(folder))
+    check("its pedals are listed", (listed.returncode, "Next Song" in listed.stdout), (0, True))
+    check("the folders that stay", [(folder / f"show.json.{name}").is_dir() for name in ("mtc", "commands.pedals")],
+          [True, True])
 
 
 def main():
@@ -94,8 +94,7 @@ def main():
                 print(again.stdout, end="")
                 return again.returncode
             print(f"LEFT OUT: no small tmpfs is to be had: {again.stderr.strip()}")
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+    return told(passed, failed)
 
 
 if __name__ == "__main__":
