@@ -5,7 +5,6 @@
 #include <chrono>
 #include <future>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -113,28 +112,6 @@ TEST(Transport, AnswersEveryCommandOfThreeThreadsAlsoWhenItIsDestroyedBeforeThei
             }
         }
     EXPECT_EQ(unanswered, 0);
-}
-
-TEST(Transport, ASongFollowsAnotherWithoutAGapInVirtualTime) {
-    OfflineShow show({Song("One", 2), Song("Two", 1), Song("Three", 1)});
-    ASSERT_EQ(show.Run(), TransportState::kEnded);
-    std::vector<std::string> events;
-    std::optional<PlaybackRecord> last;
-    for (const PlaybackRecord& record : show.TakeRecords()) {
-        if (record.kind == PlaybackRecord::Kind::kSong)
-            events.push_back("song " + std::to_string(record.song));
-        if (record.kind == PlaybackRecord::Kind::kEnd)
-            events.push_back("end " + std::to_string(record.song));
-        if (record.kind != PlaybackRecord::Kind::kClock)
-            continue;
-        if (last) {
-            EXPECT_NEAR(std::chrono::duration<double>(record.time - last->time).count(), 0.5 / 24, 1e-6)
-                << "song " << record.song << " tick " << record.tick;
-        }
-        last = record;
-    }
-    EXPECT_EQ(events, (std::vector<std::string>{"song 1", "end 1", "song 2", "end 2", "song 3", "end 3"}));
-    EXPECT_EQ(show.Deaf().WhatSounds(), "");
 }
 
 TEST(Transport, ADeviceThatRefusesToOpenIsReported) {
