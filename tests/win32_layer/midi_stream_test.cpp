@@ -82,6 +82,10 @@ protected:
     MMRESULT Prepare(Buffer& buffer) { return midiOutPrepareHeader(AsOutput(), &buffer.header, sizeof(MIDIHDR)); }
     MMRESULT Unprepare(Buffer& buffer) { return midiOutUnprepareHeader(AsOutput(), &buffer.header, sizeof(MIDIHDR)); }
     MMRESULT Out(Buffer& buffer) { return midiStreamOut(stream, &buffer.header, sizeof(MIDIHDR)); }
+    MMRESULT PrepareAndOut(Buffer& buffer) {
+        const MMRESULT result = Prepare(buffer);
+        return result ? result : Out(buffer);
+    }
     HMIDIOUT AsOutput() const { return reinterpret_cast<HMIDIOUT>(stream); }
 
     bool WaitForDone(std::size_t count) {
@@ -134,11 +138,8 @@ TEST_F(MidiStreamLayer, AStreamOpensPausedAndPlaysWhatWaitedInOrderOnceRestarted
     Layer::Instance().SetDelivery(Delivery::kInline);
     Buffer first({kNoteOn}), second({0x00003C80});
     ASSERT_EQ(Open(), 0u);
-    Prepare(first);
-    Prepare(second);
-
-    ASSERT_EQ(Out(first), 0u);
-    ASSERT_EQ(Out(second), 0u);
+    ASSERT_EQ(PrepareAndOut(first), 0u);
+    ASSERT_EQ(PrepareAndOut(second), 0u);
     EXPECT_EQ(first.header.dwFlags, DWORD{MHDR_PREPARED | MHDR_INQUEUE | MHDR_ISSTRM});
     EXPECT_TRUE(Played().empty());
     ASSERT_EQ(midiStreamRestart(stream), 0u);
@@ -268,8 +269,7 @@ TEST_F(MidiStreamLayer, DoneArrivesOnAThreadOfTheStreamsWithNoLockHeldAndTheHead
         over.count_down();
     };
     OpenAndRestart();
-    Prepare(buffer);
-    ASSERT_EQ(Out(buffer), 0u);
+    ASSERT_EQ(PrepareAndOut(buffer), 0u);
     over.wait();
     ASSERT_EQ(Close(), 0u);
 
@@ -294,8 +294,7 @@ TEST_F(MidiStreamLayer, InlineDeliveryHappensInsideTheCallOneBufferAfterTheOther
         --depth;
     };
     OpenAndRestart();
-    Prepare(buffer);
-    ASSERT_EQ(Out(buffer), 0u);
+    ASSERT_EQ(PrepareAndOut(buffer), 0u);
     EXPECT_EQ(left, 0);
     EXPECT_EQ(deepest, 1);
     EXPECT_EQ(calls.back().thread, std::this_thread::get_id());
@@ -310,8 +309,7 @@ TEST_F(MidiStreamLayer, StopGivesBackEveryBufferUnplayedBeforeItReturns) {
         ASSERT_EQ(Open(), 0u);
         Layer::Instance().HoldBuffers(1);
         for (Buffer* buffer : {&held, &waiting, &later}) {
-            Prepare(*buffer);
-            ASSERT_EQ(Out(*buffer), 0u);
+            ASSERT_EQ(PrepareAndOut(*buffer), 0u);
         }
         ASSERT_EQ(midiStreamStop(stream), 0u);
         EXPECT_EQ(Messages(), (std::vector<UINT>{MOM_OPEN, MOM_DONE, MOM_DONE, MOM_DONE}));
@@ -333,11 +331,9 @@ TEST_F(MidiStreamLayer, StopComesBackThoughACallbackWaitsForTheStopper) {
     };
     Buffer first({kNoteOn}), second({kNoteOn});
     OpenAndRestart();
-    Prepare(first);
-    Prepare(second);
-    ASSERT_EQ(Out(first), 0u);
+    ASSERT_EQ(PrepareAndOut(first), 0u);
     inCallback.wait();
-    ASSERT_EQ(Out(second), 0u);
+    ASSERT_EQ(PrepareAndOut(second), 0u);
     EXPECT_EQ(midiStreamStop(stream), 0u);
     EXPECT_EQ(Unprepare(second), 65u);
     stopped.count_down();
@@ -401,10 +397,8 @@ TEST_F(MidiStreamLayer, CloseInsideACallbackGivesBackTheRestAndDoesNotWaitForIts
                 }
             };
             ASSERT_EQ(Open(), 0u);
-            Prepare(first);
-            Prepare(second);
-            ASSERT_EQ(Out(first), 0u);
-            ASSERT_EQ(Out(second), 0u);
+            ASSERT_EQ(PrepareAndOut(first), 0u);
+            ASSERT_EQ(PrepareAndOut(second), 0u);
             ASSERT_EQ(midiStreamRestart(stream), 0u);
             over.wait();
             EXPECT_EQ(Messages(), (std::vector<UINT>{MOM_OPEN, MOM_POSITIONCB, MOM_DONE, MOM_DONE, MOM_CLOSE}));
@@ -427,7 +421,7 @@ TEST_F(MidiStreamLayer, SendsStopsAndACloseAtOnceGiveEachAcceptedBufferBackExact
                 start.arrive_and_wait();
                 for (Buffer& buffer : buffers) {
                     buffer.header.lpData = reinterpret_cast<LPSTR>(buffer.words.data());
-                    if (Prepare(buffer) == 0 && Out(buffer) == 0)
+                    if (PrepareAndOut(buffer) == 0)
                         ++accepted;
                 }
             });
@@ -452,30 +446,26 @@ TEST_F(MidiStreamLayer, EachKindOfEventPlaysWhatItHoldsAndAMalformedOneNothing) 
         const char* what;
         std::vector<DWORD> words;
         std::vector<Bytes> played;
-        int tailBytes;  // beyond the last whole word
-        std::vector<DWORD> callbacksAt;
+        std::vector<DWORD> callbacksAt = {};
+        int tailBytes = 0;  // beyond the last whole word
     };
     const Row rows[] = {
-        {"three bytes", {0, 0, 0x00643C90}, {{0x90, 0x3C, 0x64}}, 0, {}},
-        {"program, pressure", {0, 0, 0x000005C1, 0, 0, 0x000040D2}, {{0xC1, 0x05}, {0xD2, 0x40}}, 0, {}},
+        {"three bytes", {0, 0, 0x00643C90}, {{0x90, 0x3C, 0x64}}},
+        {"program, pressure", {0, 0, 0x000005C1, 0, 0, 0x000040D2}, {{0xC1, 0x05}, {0xD2, 0x40}}},
         {"system messages",
          {0, 0, 0x0000F8, 0, 0, 0x0033F1, 0, 0, 0x0102F2},
-         {{0xF8}, {0xF1, 0x33}, {0xF2, 0x02, 0x01}},
-         0,
-         {}},
-        {"a delay", {960, 0, 0x00643C90, 1, 0, 0x00003C80}, {{0x90, 0x3C, 0x64}, {0x80, 0x3C, 0x00}}, 0, {}},
-        {"no status", {0, 0, 0x00643C40, 0, 0, 0x000000F0}, {}, 0, {}},
-        {"tempo and marker", {0, 0, 0x0107A120, 0, 0, 0x42000000, 0, 0, 0x000005C1}, {{0xC1, 0x05}}, 0, {12}},
-        {"a note that is a marker", {0, 0, 0x40643C90}, {{0x90, 0x3C, 0x64}}, 0, {0}},
+         {{0xF8}, {0xF1, 0x33}, {0xF2, 0x02, 0x01}}},
+        {"a delay", {960, 0, 0x00643C90, 1, 0, 0x00003C80}, {{0x90, 0x3C, 0x64}, {0x80, 0x3C, 0x00}}},
+        {"no status", {0, 0, 0x00643C40, 0, 0, 0x000000F0}, {}},
+        {"tempo and marker", {0, 0, 0x0107A120, 0, 0, 0x42000000, 0, 0, 0x000005C1}, {{0xC1, 0x05}}, {12}},
+        {"a note that is a marker", {0, 0, 0x40643C90}, {{0x90, 0x3C, 0x64}}, {0}},
         {"long, padded",
          {0, 0, 0x80000005, 0x7F7F7FF0, 0x000000F7, 0, 0, 0x000005C1},
-         {{0xF0, 0x7F, 0x7F, 0x7F, 0xF7}, {0xC1, 0x05}},
-         0,
-         {}},
-        {"long comment", {0, 0, 0x82000004, 0x00434241, 0, 0, 0x000005C1}, {{0xC1, 0x05}}, 0, {}},
-        {"long beyond the end", {0, 0, 0x000005C1, 0, 0, 0x80FFFFFF, 0x7F7F7FF0}, {{0xC1, 0x05}}, 0, {}},
-        {"cut short", {0, 0, 0x000005C1, 0, 0, 0x00643C90}, {{0xC1, 0x05}}, -1, {}},
-        {"too short for one", {0, 0}, {}, 0, {}}};
+         {{0xF0, 0x7F, 0x7F, 0x7F, 0xF7}, {0xC1, 0x05}}},
+        {"long comment", {0, 0, 0x82000004, 0x00434241, 0, 0, 0x000005C1}, {{0xC1, 0x05}}},
+        {"long beyond the end", {0, 0, 0x000005C1, 0, 0, 0x80FFFFFF, 0x7F7F7FF0}, {{0xC1, 0x05}}},
+        {"cut short", {0, 0, 0x000005C1, 0, 0, 0x00643C90}, {{0xC1, 0x05}}, {}, -1},
+        {"too short for one", {0, 0}, {}}};
     Layer::Instance().SetDelivery(Delivery::kInline);
     std::vector<DWORD> callbacksAt;
     onMessage = [&](UINT message, LPMIDIHDR header) {
