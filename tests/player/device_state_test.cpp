@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace player {
@@ -26,27 +29,25 @@ std::string StateAfter(const std::vector<std_midi::VoiceMessage>& messages) {
     return told;
 }
 
+/// Of "number=value" each.
+std::vector<std_midi::VoiceMessage> Controllers(const std::string& text) {
+    std::vector<std_midi::VoiceMessage> messages;
+    std::istringstream words(text);
+    char equals = 0;
+    for (unsigned number = 0, value = 0; words >> number >> equals >> value;)
+        messages.push_back({0xB0, static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(value)});
+    return messages;
+}
+
 TEST(DeviceState, DataEntryIsToldForItsRegisteredParameterAndThenTheSelectionThatTheDeviceHolds) {
-    // Bend range 12, nothing selected; in ascending order the 12 would go nowhere.
-    EXPECT_EQ(
-        StateAfter({{0xB0, 101, 0}, {0xB0, 100, 0}, {0xB0, 6, 12}, {0xB0, 101, 127}, {0xB0, 100, 127}, {0xB0, 7, 90}}),
-        "7=90 101=0 100=0 6=12 101=127 100=127 ");
-    // Both tunings in either order of their parts, and data of no parameter that is kept; steps are no state.
-    EXPECT_EQ(StateAfter({{0xB0, 6, 1},
-                          {0xB0, 101, 0},
-                          {0xB0, 100, 2},
-                          {0xB0, 6, 65},
-                          {0xB0, 38, 3},
-                          {0xB0, 100, 1},
-                          {0xB0, 38, 5},
-                          {0xB0, 6, 64},
-                          {0xB0, 100, 5},
-                          {0xB0, 6, 7},
-                          {0xB0, 96, 0},
-                          {0xB0, 99, 1},
-                          {0xB0, 98, 8},
-                          {0xB0, 6, 99}}),
-              "101=0 100=1 38=5 6=64 101=0 100=2 6=65 38=3 99=1 98=8 ");
+    for (const auto& [controllers, told] : {
+             // Bend range 12, nothing selected; in ascending order the 12 would go nowhere.
+             std::pair("101=0 100=0 6=12 101=127 100=127 7=90", "7=90 101=0 100=0 6=12 101=127 100=127 "),
+             // Both tunings in either order of their parts, and data of no parameter that is kept; steps are no state.
+             std::pair("6=1 101=0 100=2 6=65 38=3 100=1 38=5 6=64 100=5 6=7 96=0 99=1 98=8 6=99",
+                       "101=0 100=1 38=5 6=64 101=0 100=2 6=65 38=3 99=1 98=8 "),
+         })
+        EXPECT_EQ(StateAfter(Controllers(controllers)), told);
 }
 
 TEST(DeviceState, TheLastPressureIsToldAndNoneAfterAReset) {

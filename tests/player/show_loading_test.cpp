@@ -10,7 +10,6 @@
 #include "player/show_commands.h"
 #include "player/show_file.h"
 #include "player/song_inspection.h"
-#include "shows/show_songs.h"
 #include "tests/player/temporary_folder.h"
 
 namespace {
@@ -20,8 +19,6 @@ using player::MidiTrack;
 using player::Show;
 using player::ShowSong;
 using Lines = std::vector<std::string>;
-
-const fs::path kShows = fs::path(VEMO_SOURCE_DIR) / "shows";
 
 /// Eight bars of 4/4 at 96 ticks a quarter note, 100 of them a minute; tracks on
 /// channels 1, 2 and 10, of which the second changes its program twice.
@@ -57,6 +54,9 @@ protected:
             R"({"title": "T", "songs": [{"key": "a", )" +
             (song.find("\"file\"") == song.npos ? "\"file\": \"a.mid\"" : std::string("\"number\": 1")) +
             (song.empty() ? "" : ", " + song) + "}], " + show + "}";
+        return LoadText(text, allowOutside);
+    }
+    std::shared_ptr<const Show> LoadText(const std::string& text, bool allowOutside = false) const {
         return player::LoadShow(player::ParseShowFile(text, "s.json"), folder_ / "s.json", allowOutside);
     }
     Lines Faults(const std::string& song) const { return Load(song)->GetSongs()[0].faults; }
@@ -173,13 +173,10 @@ TEST_F(ShowLoading, WhatTheSongDoesNotHaveIsAFaultOfTheSongWithItsPlace) {
 }
 
 TEST_F(ShowLoading, AShowWithABrokenSongLoadsWithTheOthers) {
-    const auto show = player::LoadShow(
-        player::ParseShowFile(
-            R"({"title": "T", "kind": "ranges", "groups": [{"number": 255, "name": "G", "channels": [1, 16]}],
+    const auto show =
+        LoadText(R"({"title": "T", "kind": "ranges", "groups": [{"number": 255, "name": "G", "channels": [1, 16]}],
             "songs": [{"key": "z", "file": "a.mid"}, {"key": "m", "file": "m.mid", "title": "Missing"},
-                      {"key": "n", "file": "n.mid"}, {"key": "a", "file": "a.mid"}]})",
-            ""),
-        folder_ / "s.json", false);
+                      {"key": "n", "file": "n.mid"}, {"key": "a", "file": "a.mid"}]})");
     std::string playable;
     for (const auto& [key, song] : show->GetData())
         playable += key;
@@ -194,13 +191,10 @@ TEST_F(ShowLoading, AShowWithABrokenSongLoadsWithTheOthers) {
 }
 
 TEST_F(ShowLoading, ACueIsASongOfThatNumberElseAMarkerOfOne) {
-    const auto show = player::LoadShow(player::ParseShowFile(
-                                           R"({"title": "T", "kind": "programs", "showControl": {"input": "Desk"},
+    const auto show = LoadText(R"({"title": "T", "kind": "programs", "showControl": {"input": "Desk"},
             "songs": [{"key": "a", "file": "a.mid", "number": 7}, {"key": "b", "file": "missing.mid"},
                       {"key": "c", "file": "a.mid", "number": 1,
-                       "markers": [{"at": 0, "text": "1"}, {"at": 96, "text": "Verse"}]}]})",
-                                           ""),
-                                       folder_ / "s.json", false);
+                       "markers": [{"at": 0, "text": "1"}, {"at": 96, "text": "Verse"}]}]})");
     using Cue = std::pair<std::size_t, std::optional<std::uint32_t>>;
     EXPECT_EQ(show->FindCue("7"), Cue(0, std::nullopt));
     EXPECT_EQ(show->FindCue("2"), Cue(1, std::nullopt));
@@ -212,15 +206,12 @@ TEST_F(ShowLoading, ACueIsASongOfThatNumberElseAMarkerOfOne) {
 }
 
 TEST_F(ShowLoading, ADoubtfulCueIsRefusedWhereADeskIsObeyed) {
-    const std::string songs = R"(T", "kind": "programs", "songs": [{"key": "a", "file": "a.mid", "number": 2},
+    const std::string songs =
+        R"({"title": "T", "kind": "programs", "songs": [{"key": "a", "file": "a.mid", "number": 2},
         {"key": "b", "file": "a.mid", "markers": [{"at": 0, "text": "One"}, {"at": 96, "text": "3"}]}])";
-    const auto load = [&](const std::string& more) {
-        return player::LoadShow(player::ParseShowFile(R"({"title": ")" + songs + more + "}", ""), folder_ / "s.json",
-                                false);
-    };
-    EXPECT_EQ(load("")->GetSongs()[1].number, 2);
+    EXPECT_EQ(LoadText(songs + "}")->GetSongs()[1].number, 2);
     try {
-        load(R"(, "showControl": {"input": "Desk"})");
+        LoadText(songs + R"(, "showControl": {"input": "Desk"}})");
         FAIL() << "it was loaded";
     } catch (const player::ShowFileError& error) {
         EXPECT_EQ(error.GetFaults(),
@@ -312,14 +303,6 @@ TEST_F(ShowLoading, ANewShowNamesItsSongsFromItsOwnFolder) {
         "0 vemo_player: warning: /songs/0/file: \"../songs/a.mid\" is refused: allowed are paths to below the folder "
         "of the show; it is taken with --allow-outside alone\n");
     EXPECT_EQ(player::ReadShowFile(inside).songs[0].file, "../songs/a.mid");
-}
-
-TEST(Shows, TheCommittedSongsAreWhatTheProgramWrites) {
-    for (const player::DemoSong& song : player::ShowSongs()) {
-        const auto written = player::MidiFileWriter(player::MidiFileWriter::RunningStatus::kUse).Bytes(song.file);
-        EXPECT_TRUE(TemporaryFolder::Contents(kShows / song.fileName) == std::string(written.begin(), written.end()))
-            << song.fileName << ": write it again with write_show_songs";
-    }
 }
 
 }  // namespace

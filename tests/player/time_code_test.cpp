@@ -52,10 +52,12 @@ ImportedSong Song(const std::string& title) {
 /// A show in virtual time whose time code a receiver follows.
 class FollowedShow {
 public:
-    explicit FollowedShow(const std::function<void(OfflineShow&, std::uint64_t clock)>& steer)
+    using Steer = std::function<void(FollowedShow&, OfflineShow&, std::uint64_t clock)>;
+    explicit FollowedShow(const Steer& steer)
         : control_(Settings()),
           show_(
-              {Song("One"), Song("Two")}, [steer](OfflineShow& show, std::uint32_t) { steer(show, show.GetClock()); },
+              {Song("One"), Song("Two")},
+              [this, steer](OfflineShow& show, std::uint32_t) { steer(*this, show, show.GetClock()); },
               TransportSettings()) {
         host_ = &show_.GetTransport().GetHost();
     }
@@ -134,19 +136,17 @@ TEST(TimeCode, IsFollowedAgainWithinTwoCyclesAfterWhateverTheOperatorDoes) {
                                            {{"time code rate 29.97df"}, 1, 5 * kBarSeconds},
                                            {{"time code off", "time code on"}, 1, 5 * kBarSeconds}}) {
         const std::string name = testing::PrintToString(row.commands);
-        FollowedShow* followed = nullptr;
         double secondsThen = 0;
-        FollowedShow show([&](OfflineShow& offline, std::uint64_t clock) {
+        FollowedShow show([&](FollowedShow& followed, OfflineShow& offline, std::uint64_t clock) {
             if (clock == 5 * 96 + 1) {
-                followed->ForgetWhatCame();
+                followed.ForgetWhatCame();
                 secondsThen = std::chrono::duration<double>(offline.GetTransport().GetHost().GetTime()).count();
                 for (const std::string& command : row.commands)
                     EXPECT_TRUE(offline.Do(command).done) << command;
             } else if (clock == 8 * 96) {
-                followed->Leave();
+                followed.Leave();
             }
         });
-        followed = &show;
         show.Run();
 
         EXPECT_EQ(show.fullFrames, row.fullFrames) << name;
@@ -165,14 +165,12 @@ TEST(TimeCode, IsFollowedAgainWithinTwoCyclesAfterWhateverTheOperatorDoes) {
 }
 
 TEST(TimeCode, ASongThatFollowsAtOnceGoesOnUnbroken) {
-    FollowedShow* followed = nullptr;
-    FollowedShow show([&](OfflineShow&, std::uint64_t clock) {
+    FollowedShow show([](FollowedShow& followed, OfflineShow&, std::uint64_t clock) {
         if (clock == 39 * 96)
-            followed->ForgetWhatCame();
+            followed.ForgetWhatCame();
         else if (clock == 42 * 96)
-            followed->Leave();
+            followed.Leave();
     });
-    followed = &show;
     show.Run();
     EXPECT_EQ(show.fullFrames, 0);
     for (const auto& event : show.events)
