@@ -8,10 +8,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <latch>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -189,6 +191,35 @@ TEST_F(ControlServerTest, AWatcherIsToldWhenTheSongChangesAProgram) {
     Ask(operator_, "stop");
     Ask(operator_, "locate 1");
     EXPECT_THAT(Ask(operator_, "state"), HasSubstr("\"program\":1,"));
+}
+
+TEST_F(ControlServerTest, ThreeClientsAtOnceAreEachAnsweredOnceInOrder) {
+    constexpr int kCommands = 150;
+    const std::vector<std::string> commands = {"play",  "stop",     "tempo up", "mute 1",    "unmute 1",
+                                               "panic", "state",    "locate 9", "next song", "select song 1",
+                                               "pause", "continue", "x",        "resend",    "transpose up"};
+    std::latch start(3);
+    std::vector<std::thread> clients;
+    std::atomic<int> disorder{0};
+    for (unsigned seed = 1; seed <= 3; ++seed)
+        clients.emplace_back([&, seed] {
+            std::mt19937 random(seed);
+            ControlClient client(path_);
+            start.arrive_and_wait();
+            for (int sent = 0, answered = 0; answered < kCommands;) {
+                while (sent < kCommands && sent - answered < 10)
+                    client.Send(std::to_string(++sent) + " " + commands[random() % commands.size()]);
+                const auto line = client.Receive(30s);
+                if (!line || Json::parse(*line)["number"] != ++answered) {
+                    ++disorder;
+                    return;
+                }
+            }
+            disorder += client.Receive(20ms).has_value();
+        });
+    for (std::thread& client : clients)
+        client.join();
+    EXPECT_EQ(disorder, 0);
 }
 
 TEST_F(ControlServerTest, WhatAHostileClientSendsConcernsIt) {
