@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <iostream>
 #include <map>
 #include <optional>
 #include <random>
@@ -197,7 +196,6 @@ double ClockSeconds(double start, double beatsPerMinute, int clock) {
 }
 
 TEST(MidiTimeCodeThread, AnHourOfPlayIsOneFullFrameAndPiecesInTimeAndOrder) {
-    std::map<double, int> burstByScale;
     for (const FrameRate rate : kRates) {
         for (const double beatsPerMinute : {30.0, 120.0, 173.0, 300.0}) {
             for (const double scale : {0.5, 1.0, 2.0}) {
@@ -217,13 +215,10 @@ TEST(MidiTimeCodeThread, AnHourOfPlayIsOneFullFrameAndPiecesInTimeAndOrder) {
                 EXPECT_EQ(play.receiver.piecesToLock, 16);
                 EXPECT_NEAR(static_cast<double>(play.pieces),
                             kSecondsOfPlay * 4 * kFramesPerSecond[static_cast<std::size_t>(rate)], 12.0);
-                burstByScale[scale] = std::max(burstByScale[scale], play.largestBurst);
+                EXPECT_TRUE(scale != 1.0 || play.largestBurst <= 3) << play.largestBurst;
             }
         }
     }
-    for (const auto& [scale, burst] : burstByScale)
-        std::cout << "at tempo scale " << scale << " at most " << burst << " quarter frames at once\n";
-    EXPECT_LE(burstByScale[1.0], 3);
 }
 
 TEST(MidiTimeCodeThread, SeeksPausesAndRateChangesCostOneFullFrameEachOrNone) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/midi/console_capture.h"
+#include "tests/midi/message_of.h"
 
 using testing::ElementsAre;
 
@@ -348,17 +349,11 @@ TEST(StandardMidiClock, ACaesuraIsTakenOrRefusedButNeverLeftBehindARunningClock)
 
 TEST(StandardMidiClock, TheConductedModeIsRefused) {
     ManualClock clock;
-    const auto refusal = [](const std::function<void()>& call) -> std::string {
-        try {
-            call();
-        } catch (const std::logic_error& e) {
-            return e.what();
-        }
-        return "accepted";
-    };
-    EXPECT_EQ(refusal([&] { clock.ConductBeat(); }), "Not implemented");
-    EXPECT_EQ(refusal([&] { clock.SetConductorClickTimerCallback(nullptr, nullptr); }), "Not implemented.");
-    EXPECT_EQ(refusal([&] { clock.SetDownbeatTimerCallback(nullptr, nullptr); }), "Not implemented.");
+    EXPECT_EQ(MessageOf<std::logic_error>([&] { clock.ConductBeat(); }), "Not implemented");
+    EXPECT_EQ(MessageOf<std::logic_error>([&] { clock.SetConductorClickTimerCallback(nullptr, nullptr); }),
+              "Not implemented.");
+    EXPECT_EQ(MessageOf<std::logic_error>([&] { clock.SetDownbeatTimerCallback(nullptr, nullptr); }),
+              "Not implemented.");
 }
 
 }  // namespace

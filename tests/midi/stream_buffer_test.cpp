@@ -17,6 +17,7 @@
 #include "midi/win32/midi_output_ports_win32.h"
 #include "midi/win32/win_synth.h"
 #include "tests/midi/console_capture.h"
+#include "tests/midi/message_of.h"
 #include "tests/midi/output_rig.h"
 
 using testing::ElementsAre;
@@ -30,16 +31,6 @@ using win32_layer::VirtualMidiOutput;
 namespace {
 
 const vemo_midi::VoiceEvent kNote(0, 0x90, 3, 60, 100);
-
-template <class Error>
-std::string MessageOf(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
-}
 
 class StreamBuffers : public testing::Test {
 protected:
