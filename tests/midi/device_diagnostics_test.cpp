@@ -59,19 +59,6 @@ TEST_F(DeviceDiagnostics, ADeviceIsDescribedInTenLines) {
     EXPECT_EQ(GetTechnologyAsString(capabilities), "MOD_SWSYNTH: Software synthesizer.");
 }
 
-TEST_F(DeviceDiagnostics, ANameThatFillsItsFieldEndsThere) {
-    const std::pair<const wchar_t*, const char*> rows[] = {
-        {L"", ""},
-        {L"1234567890123456789012345678901", "1234567890123456789012345678901"},
-        {L"12345678901234567890123456789012", "12345678901234567890123456789012"}};
-    for (const auto& [wide, name] : rows) {
-        MIDIOUTCAPSW capabilities{};
-        std::wstring(wide).copy(capabilities.szPname, MAXPNAMELEN);
-        capabilities.wTechnology = 0x4141;  // what follows the name in the record
-        EXPECT_EQ(GetProductName(capabilities), name);
-    }
-}
-
 TEST_F(DeviceDiagnostics, TheSummaryShowsEveryDeviceAlsoOneThatCannotBeRead) {
     EXPECT_EQ(CreateMidiDeviceSummary(), "There are no available devices for midi output.");
     Layer::Instance().AddOutput(std::make_shared<VirtualMidiOutput>(L"Piano"));

