@@ -18,6 +18,7 @@
 
 #include "midi/midi_commands.h"
 #include "midi/midi_port_error.h"
+#include "tests/midi/at_once.h"
 #include "tests/midi/command_log.h"
 #include "tests/midi/message_of.h"
 #include "tests/midi/patience.h"
@@ -289,14 +290,11 @@ TEST_F(RandomCommands, AreAnsweredInTheOrderOfRequestsAndNeverOnceTheyAreGone) {
         });
         for (int life = 0; life < 200; ++life) {
             Restart();
-            std::latch start(2);
             const auto request = [&](unsigned char first) {
-                start.arrive_and_wait();
                 for (unsigned char command = first; command < first + 5; ++command)
                     commands_->LearnMidiCommandNoAssign(command);
             };
-            std::jthread other(request, 0);
-            request(5);
+            AtOnce([&] { request(5); }, [&] { request(0); });
         }
         done = true;
         input.join();

@@ -148,7 +148,9 @@ TEST(MidiOutput, ACycleThatComesLateIsWaitedForAndThenPlayedInItsPlace) {
             door.Pass();
     };
     rig.Start();
+    const auto begin = std::chrono::steady_clock::now();
     rig.clock.Pulse(5);  // the fifth gives up after a second
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
     EXPECT_THAT(rig.TakePlayed(), ElementsAre(Note(0), Note(1), Note(2), Note(3)));
     EXPECT_EQ(rig.output->GetPlayBufferIndex(), 0);
     door.Open();
@@ -486,18 +488,6 @@ TEST(MidiOutput, AConnectionThatFailsHalfwayLeavesNothingDangling) {
         EXPECT_EQ(log.Take().size(), 1u);  // logged by the destructor, not thrown
         EXPECT_EQ(Layer::Instance().GetCounters().openStreams, 0);
     }
-}
-
-TEST(MidiOutput, AClockOnItsWayFindsADestroyedOutputGone) {
-    OutputRig rig;
-    rig.Start();
-    rig.clock.Pulse();
-    rig.output.reset();
-    rig.clock.Pulse();
-    rig.clock.DoMidiClockCallback(120);
-    EXPECT_EQ(rig.active.Get(), 1);
-    EXPECT_THAT(rig.TakePlayed(), ElementsAre(Note(0)));
-    rig.CreateOutput();  // never initialised: there is no ring and no thread to end
 }
 
 }  // namespace

@@ -76,28 +76,18 @@ SongBuilder VolumeSong() {
     return song.EndAt(48);
 }
 
-TEST(AmbrelMidiStream, ATrimScalesTheVolumesOnTheirWayOutAndNotTheState) {
+TEST(AmbrelMidiStream, ATrimScalesVolumesOnTheirWayOutAndANewOneLeavesWithTheNextPlainCycleOnce) {
     MidiVolumeScaler scaler;
     AmbrelMidiStream stream(VolumeSong().BuildSong(), scaler);
     RecordingMidiBuffer buffer;
     scaler.SetTrackTrim(0x11, 50);
     stream.EnqueueEvents(4, 0, buffer, false);
     EXPECT_THAT(buffer.Take(), ElementsAre("1@0 b1 07 32", "1@2 b1 07 28", "1@3 b1 08 50"));
-    stream.EnqueueAttacca(5, 0, buffer);
-    EXPECT_THAT(buffer.Take(), ElementsAre("1@2 b1 07 28", "1@3 b1 08 50", "1@0 e1 00 40"));
-}
-
-TEST(AmbrelMidiStream, ANewTrimLeavesWithTheNextPlainCycleOnce) {
-    MidiVolumeScaler scaler;
-    AmbrelMidiStream stream(VolumeSong().BuildSong(), scaler);
-    RecordingMidiBuffer buffer;
-    stream.EnqueueEvents(4, 0, buffer, false);
-    buffer.Clear();
 
     scaler.SetTrackTrim(0x11, 10);
     scaler.SetTrackTrim(0x11, 25);
     scaler.SetTrackTrim(0x02, 30);
-    stream.EnqueueInitialEvents(4, 0, buffer);
+    stream.EnqueueAttacca(4, 0, buffer);
     EXPECT_THAT(buffer.Take(), ElementsAre("1@2 b1 07 14", "1@3 b1 08 50", "1@0 e1 00 40"));
     stream.EnqueueEvents(5, 0, buffer, false);
     EXPECT_THAT(buffer.Take(), ElementsAre("0@0 b2 07 1e", "1@2 b1 07 14"));
