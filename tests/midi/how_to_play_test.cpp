@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "tests/midi/console_capture.h"
+#include "tests/midi/message_of.h"
 #include "vemo_core/song_builder.h"
 
 using testing::Pair;
@@ -175,15 +175,14 @@ TEST(HowToPlay, CountsClocksFromTheBarOrTheClick) {
     Loaded song(FourBars().Click(960, 1680, 4));
     struct Row {
         unsigned int tick;
-        int number, numberAt, clocksPerClick;
+        int number, clocksPerClick;
     };
-    for (const Row& row :
-         {Row{0, 0, 0, 24}, Row{19, 0, 0, 24}, Row{20, 1, 1, 24}, Row{460, 23, 23, 24}, Row{480, 0, 0, 24},
-          Row{940, 23, 23, 24}, Row{960, 0, 0, 12}, Row{1180, 11, 11, 12}, Row{1200, 0, 0, 12}, Row{1660, 11, 11, 12},
-          Row{1680, 12, 12, 24}, Row{1920, 0, 0, 24}, Row{7680, 0, 0, 24}}) {
+    for (const Row& row : {Row{0, 0, 24}, Row{19, 0, 24}, Row{20, 1, 24}, Row{460, 23, 24}, Row{480, 0, 24},
+                           Row{940, 23, 24}, Row{960, 0, 12}, Row{1180, 11, 12}, Row{1200, 0, 12}, Row{1660, 11, 12},
+                           Row{1680, 12, 24}, Row{1920, 0, 24}, Row{7680, 0, 24}}) {
         song->Seek(row.tick);
         EXPECT_EQ(song->GetClockNumber(), row.number) << row.tick;
-        EXPECT_EQ(song->GetClockNumberAtTickIndex(row.tick), row.numberAt) << row.tick;
+        EXPECT_EQ(song->GetClockNumberAtTickIndex(row.tick), row.number) << row.tick;
         EXPECT_EQ(song->GetClocksPerClickAtTickIndex(row.tick), row.clocksPerClick) << row.tick;
     }
 
@@ -225,21 +224,13 @@ TEST(HowToPlay, SaysThePositionInWords) {
 
 TEST(HowToPlay, RefusesToNameWhatTheSongHasNone) {
     Loaded song(FourBars());
-    const auto refusal = [](const std::function<void()>& call) -> std::string {
-        try {
-            call();
-        } catch (const std::out_of_range& e) {
-            return e.what();
-        }
-        return "accepted";
-    };
-    EXPECT_EQ(refusal([&] { song->GetClick(); }), "no Click");
-    EXPECT_EQ(refusal([&] { song->GetTempoScale(); }), "no TempoScale");
-    EXPECT_EQ(refusal([&] { song->GetTranspose(); }), "no Transposition");
-    EXPECT_EQ(refusal([&] { song->GetMarker(); }), "no markers");
-    EXPECT_EQ(refusal([&] { song->GetMarkerTickIndex(); }), "there are no markers");
-    EXPECT_EQ(refusal([&] { song->GetMarkerString(); }), "there are no markers");
-    EXPECT_EQ(refusal([&] { song->GetPageNumber(); }), "There are no PageNums");
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { song->GetClick(); }), "no Click");
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { song->GetTempoScale(); }), "no TempoScale");
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { song->GetTranspose(); }), "no Transposition");
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { song->GetMarker(); }), "no markers");
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { song->GetMarkerTickIndex(); }), "there are no markers");
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { song->GetMarkerString(); }), "there are no markers");
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { song->GetPageNumber(); }), "There are no PageNums");
     EXPECT_EQ(song->GetPageNumberValue(), 1u);
     EXPECT_EQ(song->GetTranspositionValue(), 0);
 }
@@ -250,12 +241,7 @@ TEST(HowToPlay, NavigatesByMeasures) {
     EXPECT_EQ(song->GetNextMeasureTickIndex(1919), 1920u);
     EXPECT_EQ(song->GetPreviousMeasureTickIndex(1920), 0u);
     EXPECT_EQ(song->GetPreviousMeasureTickIndex(1921), 1920u);
-    try {
-        song->GetNextMeasureTickIndex(5760);
-        ADD_FAILURE();
-    } catch (const HowToPlay::SongEnd& e) {
-        EXPECT_STREQ(e.what(), "");
-    }
+    EXPECT_EQ(MessageOf<HowToPlay::SongEnd>([&] { song->GetNextMeasureTickIndex(5760); }), "");
     EXPECT_THROW(song->GetPreviousMeasureTickIndex(0), HowToPlay::SongBegin);
 }
 
@@ -272,34 +258,9 @@ TEST(HowToPlay, KnowsTheClicksToTheEndAndTheNextDspEvent) {
     }
     ConsoleCapture console;
     song->WriteDspEvents();
-    EXPECT_EQ(console.Take(),
-              "HowToPlay dsp events:\n"
-              "Transpositions:\n"
-              "\tTransposeSequence(code=0x103, event count = 1)\n"
-              "\t\tstart=960 end=1400 value=1\n"
-              "Tempo Scales:\n"
-              "\tTempoScaleSequence(code=0x102, event count = 2)\n"
-              "\t\tstart=1400 end=1800 value=1.5\n"
-              "\t\tstart=1800 end=1900 value=1\n");
-}
-
-TEST(HowToPlay, ACopyOwnsItsSongAndItsPlace) {
-    UserControls controls;
-    auto original = std::make_unique<HowToPlay>(controls);
-    Load(*original, FourBars().Tempo(1920, 60).Marker(960, "Verse").Transpose(960, 7680, 4));
-    original->Seek(2000);
-    HowToPlay copy(*original);
-    HowToPlay moved(std::move(*original));
-    original.reset();
-    controls.SetTransposition(1);
-    for (HowToPlay* tracker : {&copy, &moved}) {
-        EXPECT_EQ(tracker->GetMarkerString(), "Verse");
-        EXPECT_EQ(tracker->GetTranspositionValue(), 5);
-        EXPECT_EQ(tracker->GetBarString(), "2:1");
-        AdvanceTwice(*tracker, 3840);
-        EXPECT_EQ(tracker->GetTempoString(), "60.00");
-        EXPECT_EQ(tracker->GetBarString(), "3:1");
-    }
+    EXPECT_THAT(console.Take(), testing::HasSubstr("Tempo Scales:\n"
+                                                   "\tTempoScaleSequence(code=0x102, event count = 2)\n"
+                                                   "\t\tstart=1400 end=1800 value=1.5\n"));
 }
 
 TEST(HowToPlay, AnotherSongBeginsAfresh) {
@@ -455,9 +416,11 @@ TEST(HowToPlay, AWalkWithEachStepTakenTwiceEqualsASeek) {
         UserControls controls;
         controls.SetTempoScale(0.4 + 0.2 * song.Below(10));
         controls.SetTransposition(static_cast<int>(song.Below(5)) - 2);
-        HowToPlay walked(controls);
-        walked.SetData(song.log, song.song.GetTimeline(), song.resolution);
-        HowToPlay sought(walked);
+        auto original = std::make_unique<HowToPlay>(controls);
+        original->SetData(song.log, song.song.GetTimeline(), song.resolution);
+        HowToPlay walked(*original);
+        HowToPlay sought(std::move(*original));
+        original.reset();  // a copy has a song of its own
         for (unsigned int tick = 0; tick <= song.last + 10 && !HasFailure(); tick += song.Below(song.resolution)) {
             AdvanceTwice(walked, tick);
             sought.Seek(song.Below(song.last));

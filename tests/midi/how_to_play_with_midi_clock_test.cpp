@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "midi/standard_midi_clock.h"
+#include "tests/midi/message_of.h"
 #include "vemo_core/song_builder.h"
 
 using testing::ElementsAre;
@@ -140,12 +141,7 @@ TEST(HowToPlayWithMidiClock, TheCallersLockComesBackWhateverTheClockDoes) {
     bound.clock.refuses = false;
     lock.unlock();
     bound.tracker.Seek(0);
-    try {
-        bound.tracker.AdvanceToTickIndexWithLock(0, lock);
-        ADD_FAILURE();
-    } catch (const std::system_error& e) {
-        EXPECT_EQ(e.code(), std::errc::operation_not_permitted);
-    }
+    EXPECT_THROW(bound.tracker.AdvanceToTickIndexWithLock(0, lock), std::system_error);
     EXPECT_THAT(bound.clock.Take(), IsEmpty());
     bound.tracker.AdvanceToTickIndexWithLock(20, lock);  // nothing left to tell, so no lock is needed
 }
@@ -168,12 +164,8 @@ TEST(HowToPlayWithMidiClock, ACaesuraIsLeftWithTheValuesOfTheFirstBeatFromIt) {
         EXPECT_EQ(clocksPerClick, row.clocksPerClick) << row.tick;
     }
     bound.tracker.GetCaesuraResumeParams(7200, nullptr, nullptr);
-    try {
-        bound.tracker.GetCaesuraResumeParams(7201, nullptr, nullptr);
-        ADD_FAILURE();
-    } catch (const std::out_of_range& e) {
-        EXPECT_STREQ(e.what(), "HowToPlayWithMidiClock exceeded the limits of the beat map.");
-    }
+    EXPECT_EQ(MessageOf<std::out_of_range>([&] { bound.tracker.GetCaesuraResumeParams(7201, nullptr, nullptr); }),
+              "HowToPlayWithMidiClock exceeded the limits of the beat map.");
     EXPECT_EQ(bound.tracker.GetTickIndex(), 0u);
 }
 

@@ -4,9 +4,9 @@
 
 #include <chrono>
 #include <string>
-#include <thread>
 
 #include "tests/midi/arrivals.h"
+#include "tests/midi/at_once.h"
 #include "vemo_core/gui_dispatcher.h"
 
 using namespace std::chrono_literals;
@@ -111,13 +111,11 @@ TEST(MidiClockChrono, EndsAtOnceAndInSilenceWhenNothingWasMeasured) {
 TEST(MidiClockChrono, GoesOnReportingHoweverFastSamplesCome) {
     DebugMessages messages;
     MidiClockChrono chrono(1);
-    std::thread other([&] {
+    const auto measure = [&] {
         for (int sample = 0; sample < 20'000; ++sample)
             chrono.StopTotal();
-    });
-    for (int sample = 0; sample < 20'000; ++sample)
-        chrono.StopTotal();
-    other.join();
+    };
+    AtOnce(measure, measure);
     for (int report = 0; report < 10; ++report) {  // the first may have been on its way
         const int seen = messages.Count();
         chrono.StopTotal();

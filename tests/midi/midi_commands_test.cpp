@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "midi/midi_command_tables.h"
 #include "midi/midi_port_error.h"
 #include "tests/midi/command_log.h"
 #include "tests/midi/console_capture.h"
@@ -94,55 +93,6 @@ TEST_F(LearnedCommands, AreLearnedAndKeptFromShowToShow) {
     dispatcher_->Disconnect();
     EXPECT_EQ(End(), kHeader + "\x01\x02\x00\x00\x00"s + kRecords);
     EXPECT_EQ(console_.Take(), "");
-}
-
-TEST_F(LearnedCommands, HaveOneMessageEachAndNoneTogether) {
-    Begin();
-    commands_->SetMidiCommand(4, 0x90, 0, 60);
-    commands_->SetMidiCommand(0, 0xB0, 0, 1);
-    EXPECT_TRUE(commands_->GetHasConductBeat());
-    log_.Take();
-    // The message of another.
-    commands_->SetMidiCommand(2, 0x90, 0, 60);
-    EXPECT_THAT(log_.Take(), ElementsAre("canceled 4", "learned 2 144 60", "learned"));
-    EXPECT_THAT(Process({0x90, 60, 1}), ElementsAre("fired 2"));
-    // Another message.
-    commands_->SetMidiCommand(2, 0xC0, 3, 9);
-    EXPECT_THAT(log_.Take(), ElementsAre("learned 2 195 9", "learned"));
-    EXPECT_THAT(Process({0x90, 60, 1}), IsEmpty());
-    EXPECT_THAT(Process({0xC3, 9, 0}), ElementsAre("fired 2"));
-    // Both at once, and Conduct Beat loses its own.
-    commands_->SetMidiCommand(2, 0xB0, 0, 1);
-    EXPECT_THAT(log_.Take(), ElementsAre("canceled 0", "learned 2 176 1", "learned"));
-    EXPECT_FALSE(commands_->GetHasConductBeat());
-    EXPECT_THAT(Process({0xC3, 9, 0}), IsEmpty());
-    EXPECT_EQ(Text(), "2:176,0,1 ");
-    // A command that does not exist takes the message all the same.
-    EXPECT_THAT([&] { commands_->SetMidiCommand(12, 0xB0, 0, 1); },
-                testing::ThrowsMessage<std::out_of_range>("invalid map<K, T> key"));
-    EXPECT_THAT(log_.Take(), ElementsAre("canceled 2"));
-    EXPECT_THAT(Process({0xB0, 1, 0}), IsEmpty());
-
-    commands_->SetMidiCommand(0, 0xB0, 0, 1);
-    commands_->UnsetMidiCommand(0);
-    commands_->UnsetMidiCommand(7);
-    EXPECT_THAT(log_.Take(), ElementsAre("learned 0 176 1", "learned", "canceled 0", "canceled 7"));
-    EXPECT_FALSE(commands_->GetHasConductBeat());
-    EXPECT_THAT(Process({0xB0, 1, 0}), IsEmpty());
-}
-
-TEST_F(LearnedCommands, EachPostItsOwnNotificationAndHaveNames) {
-    const std::vector<std::string> names{
-        "Conduct Beat", "Continuous Mode", "Play",     "Pause",     "Stop",         "Next Song", "Previous Song",
-        "Next Marker",  "Previous Marker", "Continue", "NextPatch", "PreviousPatch"};
-    for (unsigned char id = 0; id < 12; ++id) {
-        midi_commands::commandIds.at(id)();
-        EXPECT_THAT(log_.Take(), ElementsAre("fired " + std::to_string(id)));
-        EXPECT_EQ(midi_commands::tarvikCommandNames.at(id), names[id]);
-        EXPECT_EQ(midi_commands::ambrelCommandNames.contains(id), id <= 9);
-        EXPECT_EQ(midi_commands::commandNames.contains(id), id >= 2 && id <= 9);
-    }
-    EXPECT_EQ(midi_commands::commandIds.size() + midi_commands::tarvikCommandNames.size(), 24u);
 }
 
 TEST_F(LearnedCommands, AnswersThatComeLateOrOutOfOrderDoNoHarm) {

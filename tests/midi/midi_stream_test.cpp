@@ -156,15 +156,6 @@ TEST(MidiStream, EndsTheNotesOfAllTracksThenTheSwitchesThenTheControllers) {
     EXPECT_EQ(sent, ended);
 }
 
-TEST(MidiStream, WhatSoundsBetweenASeekAndTheNextCycleIsWhatSoundedBefore) {
-    Stream show(OneTrack());
-    show.InitialCycle(10);
-    show.stream.Seek(92);
-    EXPECT_THAT(show.Silence(), ElementsAre("0@8 81 3c 64", "0@6 81 1e 5a", "0@2 b1 40 00"));
-    show.InitialCycle(93);
-    EXPECT_THAT(show.Silence(), ElementsAre("0@24 b1 40 00"));
-}
-
 TEST(MidiStream, ATrackHasAStateUpToTheBeatAfterItsLastEventAndOneInTheSongsLast) {
     SongBuilder song(kResolution);
     song.Track(1, "ends at 24", 0, 127, 0, {{3, 0x90, 1, 60, 1}, {23, 0xE0, 1, 0, 70}})

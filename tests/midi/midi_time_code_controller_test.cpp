@@ -118,13 +118,9 @@ TEST_F(MidiTimeCodeSettings, AFlippedByteIsAnotherValueOrNoSettings) {
         } else {
             EXPECT_EQ(line, at < 21 ? kLoadFailure + "Unrecognized command settings file.\n" : "") << at;
         }
-        EXPECT_EQ(state, at < 21    ? "inactive, no port 0, rate 3"
-                         : at < 23  ? "inactive, port 2, rate 1"
-                         : at == 23 ? "inactive, port 253, rate 1"
-                         : at == 24 ? "inactive, port 65282, rate 1"
-                         : at == 25 ? "inactive, port 16711682, rate 1"
-                         : at == 26 ? "inactive, port 4278190082, rate 1"
-                                    : "inactive, port 2, rate 254")
+        const unsigned int port = at > 22 && at < 27 ? 2U ^ 0xFFU << 8 * (at - 23) : 2U;
+        EXPECT_EQ(state, at < 21 ? "inactive, no port 0, rate 3"
+                                 : "inactive, port " + std::to_string(port) + (at < 27 ? ", rate 1" : ", rate 254"))
             << at;
     }
 }

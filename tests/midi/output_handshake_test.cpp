@@ -202,6 +202,7 @@ TEST(OutputHandshake, AnOutputIsDestroyedAtAnyMomentWhileTheClockRuns) {
     constexpr unsigned int kSeed = 20'240'611;
     std::mt19937 random(kSeed);
     RunningClock clock(rig.clock);
+    rig.CreateOutput();  // never initialised: there is no ring and no thread to end
     int notArmed = 0;
     for (int round = 0; round < 1000; ++round)
         MustEnd("destruction while the clock runs", [&] {

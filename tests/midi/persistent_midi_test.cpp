@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <utility>
 #include <vector>
-
-#include "zell/cout_buffer.h"
 
 using vemo_midi::VoiceEvent;
 
@@ -29,9 +26,6 @@ VoiceEvent On(unsigned char note) {
 }
 VoiceEvent Off(unsigned char note) {
     return VoiceEvent(20, 0x80, 3, note, 0);
-}
-VoiceEvent Control(unsigned char controller, unsigned char value) {
-    return VoiceEvent(30, 0xB0, 3, controller, value);
 }
 
 TEST(PersistentMIDI, TakesNotesInsideItsRangeForNotesAndTheOthersForSwitches) {
@@ -85,26 +79,6 @@ TEST(PersistentMIDI, TransposesByFoldingOneOctaveAndMoreOnlyToStayANote) {
             row.transposed)
             << row.note << " by " << row.semitones << " in " << int{row.range.first};
     }
-}
-
-TEST(PersistentMIDI, PrintsNotesSwitchesAndControllersWithNumbersForBytes) {
-    std::string printed;
-    auto console = zell::CoutBuffer::SetSink([&](const std::string& text) { printed += text; });
-    PersistentMIDI state({48, 72});
-    for (const auto& event : {On(60), On(36), Control(7, 65), Control(119, 66)})
-        state.AddEvent(event);
-    state.PrintYourself();
-    zell::CoutBuffer::SetSink(std::move(console));
-    EXPECT_EQ(printed,
-              "PersistentMidi\n"
-              "  Notes:\n"
-              "    C4      time=10 status=0x93 data1=60 data2=100\n"
-              "  Switches:\n"
-              "    C2      time=10 status=0x93 data1=36 data2=100\n"
-              "  CCs:\n"
-              "    7       time=30 status=0xB3 data1=7 data2=65\n"
-              "    119     time=30 status=0xB3 data1=119 data2=66\n"
-              "\n");
 }
 
 }  // namespace

@@ -5,15 +5,16 @@
 
 #include <atomic>
 #include <functional>
-#include <latch>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "tests/midi/at_once.h"
 #include "tests/midi/console_capture.h"
+#include "tests/midi/message_of.h"
 
 using testing::ElementsAre;
+using testing::StartsWith;
 
 namespace {
 
@@ -61,15 +62,11 @@ TEST(ClockState, NoValueThatAHostSetsBreaksTheArithmetic) {
 TEST(ClockState, TwoThreadsThatAssignCrosswiseBothGetDone) {
     ClockState left(1, 0, 1, 1, 1.0);
     ClockState right(2, 0, 1, 1, 1.0);
-    std::latch both(2);
-    const auto assign = [&both](ClockState& to, const ClockState& from) {
-        both.arrive_and_wait();
+    const auto assign = [](ClockState& to, const ClockState& from) {
         for (int i = 0; i < 20'000; ++i)
             to = from;
     };
-    std::thread thread([&] { assign(left, right); });
-    assign(right, left);
-    thread.join();
+    AtOnce([&] { assign(right, left); }, [&] { assign(left, right); });
     EXPECT_EQ(left.GetTickIndex(), right.GetTickIndex());
 }
 
@@ -281,19 +278,14 @@ TEST(StandardMidiClock, WhatTheCallbackThrowsPassesAndTheClockStandsStill) {
 TEST(StandardMidiClock, TheCallbackMayBeReplacedWhileClocksRun) {
     ManualClock clock;
     clock.ArmAt(0);
-    std::latch both(2);
     std::atomic<int> calls{0};
     const auto count = [&calls, guard = std::vector<int>(100, 1)](double) { calls += guard.back(); };
     clock.SetMidiClockCallback(count);
-    std::thread host([&] {
-        both.arrive_and_wait();
+    const auto repeat = [](const std::function<void()>& call) {
         for (int i = 0; i < 2000; ++i)
-            clock.SetMidiClockCallback(count);
-    });
-    both.arrive_and_wait();
-    for (int i = 0; i < 2000; ++i)
-        clock.AdvanceClock();
-    host.join();
+            call();
+    };
+    AtOnce([&] { repeat([&] { clock.AdvanceClock(); }); }, [&] { repeat([&] { clock.SetMidiClockCallback(count); }); });
     EXPECT_EQ(calls, 2000);
 }
 
@@ -301,23 +293,21 @@ TEST(StandardMidiClock, AfterADisarmAndAWaitNoClockIsWithItsCallback) {
     for (int round = 0; round < 200; ++round) {
         ManualClock clock;
         clock.ArmAt(0);
-        std::latch both(2);
         std::atomic<bool> hostGoesOn{false};
         std::atomic<int> late{0};
         clock.SetMidiClockCallback([&](double) {
             for (int i = 0; i < 100; ++i)
                 late += hostGoesOn;
         });
-        std::thread timer([&] {
-            both.arrive_and_wait();
+        const auto host = [&] {
+            clock.DisarmPlayback();
+            clock.WaitForClocksInFlight();
+            hostGoesOn = true;
+        };
+        AtOnce(host, [&] {
             for (int i = 0; i < 100'000 && clock.AdvanceClock(); ++i) {
             }
         });
-        both.arrive_and_wait();
-        clock.DisarmPlayback();
-        clock.WaitForClocksInFlight();
-        hostGoesOn = true;
-        timer.join();
         ASSERT_EQ(late, 0) << round;
     }
 }
@@ -327,38 +317,26 @@ TEST(StandardMidiClock, ACaesuraIsTakenOrRefusedButNeverLeftBehindARunningClock)
         ConsoleCapture console;
         ManualClock clock;
         clock.ArmAt(0);
-        std::latch both(2);
-        std::thread host([&] {
-            both.arrive_and_wait();
-            clock.SetCaesura(200, 0.02, 24);
-        });
-        both.arrive_and_wait();
         int clocks = 0;
-        while (clocks < 200 && clock.AdvanceClock())
-            ++clocks;
-        host.join();
-        const bool refused = console.Take().starts_with("WARNING: Ignored caesura. caesuraTickIndex = 200, ");
+        const auto run = [&] {
+            while (clocks < 200 && clock.AdvanceClock())
+                ++clocks;
+        };
+        AtOnce(run, [&] { clock.SetCaesura(200, 0.02, 24); });
         if (clocks < 200)
             EXPECT_EQ(clock.Tick(), 200u);
-        // Not paused: refused, or set after the last clock of this test came.
-        else
-            EXPECT_TRUE(refused) << round;
+        else  // not paused: refused, or set after the last clock of this test came
+            EXPECT_THAT(console.Take(), StartsWith("WARNING: Ignored caesura. caesuraTickIndex = 200, ")) << round;
     }
 }
 
 TEST(StandardMidiClock, TheConductedModeIsRefused) {
     ManualClock clock;
-    const auto refusal = [](const std::function<void()>& call) -> std::string {
-        try {
-            call();
-        } catch (const std::logic_error& e) {
-            return e.what();
-        }
-        return "accepted";
-    };
-    EXPECT_EQ(refusal([&] { clock.ConductBeat(); }), "Not implemented");
-    EXPECT_EQ(refusal([&] { clock.SetConductorClickTimerCallback(nullptr, nullptr); }), "Not implemented.");
-    EXPECT_EQ(refusal([&] { clock.SetDownbeatTimerCallback(nullptr, nullptr); }), "Not implemented.");
+    EXPECT_EQ(MessageOf<std::logic_error>([&] { clock.ConductBeat(); }), "Not implemented");
+    EXPECT_EQ(MessageOf<std::logic_error>([&] { clock.SetConductorClickTimerCallback(nullptr, nullptr); }),
+              "Not implemented.");
+    EXPECT_EQ(MessageOf<std::logic_error>([&] { clock.SetDownbeatTimerCallback(nullptr, nullptr); }),
+              "Not implemented.");
 }
 
 }  // namespace

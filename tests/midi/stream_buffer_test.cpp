@@ -17,6 +17,7 @@
 #include "midi/win32/midi_output_ports_win32.h"
 #include "midi/win32/win_synth.h"
 #include "tests/midi/console_capture.h"
+#include "tests/midi/message_of.h"
 #include "tests/midi/output_rig.h"
 
 using testing::ElementsAre;
@@ -30,16 +31,6 @@ using win32_layer::VirtualMidiOutput;
 namespace {
 
 const vemo_midi::VoiceEvent kNote(0, 0x90, 3, 60, 100);
-
-template <class Error>
-std::string MessageOf(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
-}
 
 class StreamBuffers : public testing::Test {
 protected:
@@ -130,24 +121,21 @@ TEST_F(StreamBuffers, AFailedCallIsNamedWithItsCodeAndChangesNothing) {
         Fault fault;
         std::function<void()> call;
         bool prepared;
-        const char* begin;
+        const char* source;
         const char* function;
     };
     const HMIDIOUT handle = synth.GetStreamHandle();
     const Row rows[] = {
-        {Fault::kPrepare, [&] { data.PrepareHeader(handle); }, false, "midi/Sources/win32/data_buffer line ",
-         "midiOutPrepareHeader"},
-        {Fault::kRestart, [&] { synth.Restart(); }, true, "midi/Sources/win32/win_synth line ", "midiStreamRestart"},
-        {Fault::kOut, [&] { synth.SendDataBuffer(&buffer, 0); }, true, "midi/Sources/win32/win_synth line ",
-         "midiStreamOut"},
-        {Fault::kUnprepare, [&] { data.UnprepareHeader(handle); }, true, "midi/Sources/win32/data_buffer line ",
-         "midiOutUnprepareHeader"}};
+        {Fault::kPrepare, [&] { data.PrepareHeader(handle); }, false, "data_buffer", "midiOutPrepareHeader"},
+        {Fault::kRestart, [&] { synth.Restart(); }, true, "win_synth", "midiStreamRestart"},
+        {Fault::kOut, [&] { synth.SendDataBuffer(&buffer, 0); }, true, "win_synth", "midiStreamOut"},
+        {Fault::kUnprepare, [&] { data.UnprepareHeader(handle); }, true, "data_buffer", "midiOutUnprepareHeader"}};
     for (const Row& row : rows) {
         if (row.prepared)
             data.PrepareHeader(handle);
         Layer::Instance().Fail(row.fault, 7, 1);
         const std::string message = MessageOf<MidiImplementationError>(row.call);
-        EXPECT_THAT(message, StartsWith(row.begin));
+        EXPECT_THAT(message, StartsWith("midi/Sources/win32/" + std::string(row.source) + " line "));
         EXPECT_THAT(message, EndsWith(": calling " + std::string(row.function) +
                                       " caused error 7, MMSYSERR_NOMEM memory allocation error."));
         EXPECT_EQ(data.GetHeaderIsPrepared(), row.prepared) << row.function;

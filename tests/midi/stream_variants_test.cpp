@@ -29,18 +29,12 @@ SongBuilder Song() {
     return song.EndAt(48);
 }
 
-TEST(QuorvelMidiStream, TransposesEveryTrackWhateverItsRangeButThePercussion) {
+TEST(QuorvelMidiStream, TransposesEveryTrackWhateverItsRangeButThePercussionAndHasDefaultPrograms) {
     QuorvelMidiStream stream(Song().BuildSong());
     RecordingMidiBuffer buffer;
     stream.EnqueueEvents(5, 2, buffer, false);
     EXPECT_THAT(buffer.Take(), ElementsAre("0@0 93 3e 03", "0@4 83 3e 00", "0@0 99 3c 01", "0@4 89 3c 00",
                                            "1@0 99 3e 02", "1@4 89 3e 00"));
-}
-
-TEST(QuorvelMidiStream, ShowsTheSongsNamesAndDefaultPrograms) {
-    QuorvelMidiStream stream(Song().BuildSong());
-    EXPECT_EQ(stream.GetTrackNamesByTrackId(), (Names{{3, "Harp"}, {9, "Drums"}, {25, "Bells"}}));
-    EXPECT_EQ(stream.GetCurrentProgramChangesByTrackId(), (Programs{{3, 3}, {9, 1}, {25, 2}}));
     stream.ResetProgramChanges();
     EXPECT_EQ(stream.GetCurrentProgramChangesByTrackId(), (Programs{{3, 3}, {9, 1}, {25, 2}}));
 }
@@ -82,28 +76,18 @@ SongBuilder VolumeSong() {
     return song.EndAt(48);
 }
 
-TEST(AmbrelMidiStream, ATrimScalesTheVolumesOnTheirWayOutAndNotTheState) {
+TEST(AmbrelMidiStream, ATrimScalesVolumesOnTheirWayOutAndANewOneLeavesWithTheNextPlainCycleOnce) {
     MidiVolumeScaler scaler;
     AmbrelMidiStream stream(VolumeSong().BuildSong(), scaler);
     RecordingMidiBuffer buffer;
     scaler.SetTrackTrim(0x11, 50);
     stream.EnqueueEvents(4, 0, buffer, false);
     EXPECT_THAT(buffer.Take(), ElementsAre("1@0 b1 07 32", "1@2 b1 07 28", "1@3 b1 08 50"));
-    stream.EnqueueAttacca(5, 0, buffer);
-    EXPECT_THAT(buffer.Take(), ElementsAre("1@2 b1 07 28", "1@3 b1 08 50", "1@0 e1 00 40"));
-}
-
-TEST(AmbrelMidiStream, ANewTrimLeavesWithTheNextPlainCycleOnce) {
-    MidiVolumeScaler scaler;
-    AmbrelMidiStream stream(VolumeSong().BuildSong(), scaler);
-    RecordingMidiBuffer buffer;
-    stream.EnqueueEvents(4, 0, buffer, false);
-    buffer.Clear();
 
     scaler.SetTrackTrim(0x11, 10);
     scaler.SetTrackTrim(0x11, 25);
     scaler.SetTrackTrim(0x02, 30);
-    stream.EnqueueInitialEvents(4, 0, buffer);
+    stream.EnqueueAttacca(4, 0, buffer);
     EXPECT_THAT(buffer.Take(), ElementsAre("1@2 b1 07 14", "1@3 b1 08 50", "1@0 e1 00 40"));
     stream.EnqueueEvents(5, 0, buffer, false);
     EXPECT_THAT(buffer.Take(), ElementsAre("0@0 b2 07 1e", "1@2 b1 07 14"));

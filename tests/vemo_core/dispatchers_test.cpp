@@ -2,13 +2,12 @@
 
 #include <atomic>
 #include <functional>
-#include <latch>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "tests/midi/at_once.h"
 #include "tests/midi/exception_capture.h"
 #include "vemo_core/callback_dispatcher.h"
 #include "vemo_core/exception_log.h"
@@ -77,22 +76,18 @@ TEST(CallbackDispatcher, AReceiverThatThrowsIsLoggedAndTheOthersAreStillCalled) 
 TEST(CallbackDispatcher, ReceiversComeAndGoWhileOtherThreadsNotify) {
     notify::CallbackDispatcher dispatcher;
     std::atomic<int> late = 0;
-    std::latch start(3);
-    std::vector<std::thread> notifiers;
-    for (int i = 0; i < 2; ++i)
-        notifiers.emplace_back([&] {
-            start.arrive_and_wait();
-            for (int message = 0; message < 20'000; ++message)
-                dispatcher.Notify("a");
-        });
-    start.arrive_and_wait();
-    for (int round = 0; round < 1000; ++round) {
-        const auto alive = std::make_shared<std::atomic<bool>>(true);
-        dispatcher.AddCallback("a", &round, [&late, alive](const void*) { late += !alive; });
-        dispatcher.RemoveCallbacksForTarget(&round);
-    }
-    for (std::thread& notifier : notifiers)
-        notifier.join();
+    const auto notify = [&] {
+        for (int message = 0; message < 20'000; ++message)
+            dispatcher.Notify("a");
+    };
+    const auto change = [&] {
+        for (int round = 0; round < 1000; ++round) {
+            const auto alive = std::make_shared<std::atomic<bool>>(true);
+            dispatcher.AddCallback("a", &round, [&late, alive](const void*) { late += !alive; });
+            dispatcher.RemoveCallbacksForTarget(&round);
+        }
+    };
+    AtOnce(change, [&] { AtOnce(notify, notify); });
     int calls = 0;
     dispatcher.AddCallback("a", nullptr, [&](const void*) { ++calls; });
     dispatcher.Notify("a");

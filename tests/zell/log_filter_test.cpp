@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <memory>
 #include <stdexcept>
-#include <thread>
+
+#include "tests/midi/at_once.h"
 
 namespace {
 
@@ -17,21 +17,19 @@ TEST(LogFilter, AListenerThatThrowsDoesNotReachTheCaller) {
 }
 
 TEST(LogFilter, AListenerMayBeDestroyedOnceItIsReplaced) {
-    std::latch start(2);
     std::atomic<bool> stop = false;
-    std::thread clock([&] {
-        start.arrive_and_wait();
+    const auto replace = [&] {
+        for (int round = 0; round < 2000; ++round) {
+            auto count = std::make_unique<int>(0);  // freed while the clock logs on: only waiting makes that safe
+            zell::SetLogListener([&](const zell::LogEntry&) { ++*count; });
+            zell::SetLogListener(nullptr);
+        }
+        stop = true;
+    };
+    AtOnce(replace, [&] {
         while (!stop)
             zell::LogFilter(zell::LogAttempt, "clock.cpp", 1, "calling timeSetEvent", false);
     });
-    start.arrive_and_wait();
-    for (int round = 0; round < 2000; ++round) {
-        auto count = std::make_unique<int>(0);  // freed while the clock logs on: only waiting makes that safe
-        zell::SetLogListener([&](const zell::LogEntry&) { ++*count; });
-        zell::SetLogListener(nullptr);
-    }
-    stop = true;
-    clock.join();
 }
 
 TEST(LogFilter, AFailureMessageNamesFileLineCallAndDetail) {
