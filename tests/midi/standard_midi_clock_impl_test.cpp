@@ -71,14 +71,9 @@ protected:
     Arrivals<double> clocks_;  // the clocks that came
 };
 
-/// Its clocks are counted.
-struct CountedClock : StandardMidiClockImpl {
-    explicit CountedClock(Arrivals<double>& clocks) { SetMidiClockCallback(clocks.Callback()); }
-    using StandardMidiClockImpl::StartClock;
-};
-
 TEST_F(ClockTimers, RunsFromStartToDisarmWithTheTimerPeriodHeldMeanwhile) {
-    CountedClock clock(clocks_);
+    StandardMidiClockImpl clock;
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.004, 480, 0);
     EXPECT_EQ(Layer::Instance().GetCounters().timerPeriods, 0);
     clock.ContinuousMode();
@@ -104,7 +99,8 @@ TEST_F(ClockTimers, RunsFromStartToDisarmWithTheTimerPeriodHeldMeanwhile) {
 }
 
 TEST_F(ClockTimers, AStartWhileDisarmedEndsAtOnce) {
-    CountedClock clock(clocks_);
+    StandardMidiClockImpl clock;
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ContinuousMode();
     clock.ContinuousMode();
     Run(clock, 0.002);
@@ -130,7 +126,8 @@ TEST_F(ClockTimers, AClockThatTookTooLongIsFollowedAtOnce) {
 }
 
 TEST_F(ClockTimers, ATempoChangeIsNotTakenForLateness) {
-    CountedClock clock(clocks_);
+    StandardMidiClockImpl clock;
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.4, 0, 0);
     clock.SetClockTime(0.02, 10);
     clock.ContinuousMode();
@@ -142,7 +139,8 @@ TEST_F(ClockTimers, ATempoChangeIsNotTakenForLateness) {
 }
 
 TEST_F(ClockTimers, StartsNeverMakeTwoChains) {
-    CountedClock clock(clocks_);
+    StandardMidiClockImpl clock;
+    clock.SetMidiClockCallback(clocks_.Callback());
     Run(clock, 0.5);
     ASSERT_TRUE(WaitUntil([](const auto& counters) { return counters.outstandingTimers == 1; }));
     // That timer is still to come while the next chains run.
@@ -166,7 +164,12 @@ TEST_F(ClockTimers, StartsNeverMakeTwoChains) {
 }
 
 TEST_F(ClockTimers, ARequestThatTheClockThreadFindsBesideAnotherMakesNoSecondChain) {
-    CountedClock clock(clocks_);
+    // Disarmed before it ends: a clock of a derived class must not run any more then.
+    struct Clock : StandardMidiClockImpl {
+        using StandardMidiClockImpl::StartClock;
+    };
+    Clock clock;
+    clock.SetMidiClockCallback(clocks_.Callback());
     Run(clock, 0.003);
     ASSERT_TRUE(clocks_.WaitFor(3));
     clock.StartClock();  // as one that was counted before the start was taken up
@@ -235,7 +238,8 @@ TEST_F(ClockTimers, ARefusedTimerIsReportedAndEndsTheChain) {
 
 TEST_F(ClockTimers, ARefusedFirstTimerEndsTheClockThreadAndNothingHangs) {
     ConsoleCapture console;
-    CountedClock clock(clocks_);
+    StandardMidiClockImpl clock;
+    clock.SetMidiClockCallback(clocks_.Callback());
     clock.ArmPlayback(10, 24, 0.002, 0, 0);
     Layer::Instance().Fail(Fault::kTimer, 1, 1);
     clock.ContinuousMode();
@@ -250,7 +254,8 @@ TEST_F(ClockTimers, ARefusedFirstTimerEndsTheClockThreadAndNothingHangs) {
 TEST_F(ClockTimers, AClockMayBeDestroyedAtAnyMoment) {
     for (int round = 0; round < 1000; ++round) {
         const int seen = clocks_.Count();
-        auto clock = std::make_unique<CountedClock>(clocks_);
+        auto clock = std::make_unique<StandardMidiClockImpl>();
+        clock->SetMidiClockCallback(clocks_.Callback());
         clock->ArmPlayback(10, 24, 0.001, 0, 0);
         if (round % 7 != 0)
             clock->ContinuousMode();
