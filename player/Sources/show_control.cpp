@@ -39,7 +39,6 @@ void ShowControl::OpenShow(const std::optional<ShowDocument::ShowControl>& wante
         wanted_ = wanted;
         isOpen_ = false;
         isLost_ = false;
-        isArmed_ = true;
         counts_ = {};
         latestCue_.clear();
         answers_.clear();
@@ -162,7 +161,7 @@ void ShowControl::Take(const std::uint8_t* bytes, std::size_t count) {
     // In this order: one that is still to be carried out will play.
     const bool isPlaying = !cue.empty() && settings_.plays(cue);
     const std::lock_guard lock(mutex_);
-    if ((isPlaying || isPending) && cue == latestCue_ && now - latestGo_ < kRepeatTime)
+    if (cue == latestCue_ && (isPending || (isPlaying && now - latestGo_ < kRepeatTime)))
         return;
     latestCue_ = cue;
     latestGo_ = now;
@@ -174,8 +173,10 @@ void ShowControl::CountAnswers() {
     while (!answers_.empty() && answers_.front().wait_for(0s) == std::future_status::ready) {
         const CommandAnswer answer = answers_.front().get();
         answers_.pop_front();
-        if (answer.done)
+        if (answer.done) {
+            latestGo_ = settings_.now();  // a song may take its time to be there
             continue;
+        }
         ++counts_.refused;
         counts_.newestRefusal = answer.message;
     }

@@ -44,6 +44,8 @@ protected:
         settings.go = [this](const std::string& cue) {
             const std::lock_guard lock(mutex_);
             went_.push_back(cue);
+            if (cue == "7.5")
+                return slow_.get_future();
             std::promise<CommandAnswer> answer;
             answer.set_value({cue != "99", cue == "99" ? "no such cue" : "", 1});
             return answer.get_future();
@@ -92,8 +94,9 @@ protected:
     std::shared_ptr<VirtualMidiInput> desk_ = std::make_shared<VirtualMidiInput>(L"Desk");
     std::atomic<ShowControl::Time> now_{ShowControl::Time()};
     std::mutex mutex_;
-    std::vector<std::string> went_;  // guarded by mutex_
-    std::string playing_;            // guarded by mutex_
+    std::vector<std::string> went_;     // guarded by mutex_
+    std::string playing_;               // guarded by mutex_
+    std::promise<CommandAnswer> slow_;  // what becomes of cue 7.5
     std::vector<std::string> said_;
     std::unique_ptr<ShowControl> control_;
 };
@@ -155,6 +158,22 @@ TEST_F(ShowControlTest, ARepeatedCueOfThePlayingSongMeansNothingForTwoSeconds) {
     EXPECT_EQ(cuesAfter(0s), 3u);
     desk_->Send(Go(0, "6"));
     EXPECT_EQ(cuesAfter(0s), 5u) << "another cue went in between";
+
+    // A song that takes its time to be there is not started twice by who waits for it.
+    const auto cues = [this] {
+        desk_->Send(Go(0, "7.5"));
+        WaitUntilTaken();
+        return Report().cues;
+    };
+    EXPECT_EQ(cues(), 6u);
+    now_ = now_.load() + 3s;
+    EXPECT_EQ(cues(), 6u);
+    {
+        const std::lock_guard lock(mutex_);
+        playing_ = "7.5";
+        slow_.set_value({true, "", 1});
+    }
+    EXPECT_EQ(cues(), 6u) << "it has only just started";
 }
 
 TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
@@ -175,8 +194,9 @@ TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
     now_ = now_.load() + 2s;
     EXPECT_EQ(Report().state, "on");
     control_->SetArmed(false);
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "");
     desk_->Send(Go(0, "1"));
-    EXPECT_EQ(Report().state, "off");
+    EXPECT_EQ(Report().state, "off") << "the next show is not obeyed either";
     WaitUntilTaken();
     control_->SetArmed(true);
     EXPECT_THAT(Went(), IsEmpty());
