@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <deque>
 #include <future>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -21,12 +24,22 @@ public:
     void Close();
 
     std::future<CommandAnswer> Post(const TransportCommand& command);
+    /// One that nobody waits for, from a pedal. Where kMostPresses of its kind are still to be
+    /// carried out, as behind a trigger that is stuck, it is dropped: the operator's commands
+    /// come behind those.
+    void PostPress(CommandKind kind);
     /// Whether the song of that cue of show control plays just now.
     bool PlaysSongOf(const std::string& cue) const;
 
+    static constexpr std::size_t kMostPresses = 4;
+
 private:
+    std::future<CommandAnswer> PostLocked(const TransportCommand& command);
+
     mutable std::mutex mutex_;
-    Transport* transport_ = nullptr;  // guarded by mutex_
+    // Guarded by mutex_.
+    Transport* transport_ = nullptr;
+    std::map<CommandKind, std::deque<std::future<CommandAnswer>>> presses_;  // still to be carried out
 };
 
 }  // namespace player

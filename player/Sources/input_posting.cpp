@@ -1,5 +1,6 @@
 #include "player/input_posting.h"
 
+#include <chrono>
 #include <stdexcept>
 
 namespace player {
@@ -16,6 +17,22 @@ void InputPosting::Close() {
 
 std::future<CommandAnswer> InputPosting::Post(const TransportCommand& command) {
     const std::lock_guard lock(mutex_);
+    return PostLocked(command);
+}
+
+void InputPosting::PostPress(CommandKind kind) {
+    const std::lock_guard lock(mutex_);
+    auto& presses = presses_[kind];
+    while (!presses.empty() && presses.front().wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+        presses.pop_front();
+    if (presses.size() >= kMostPresses)
+        return;
+    TransportCommand command;
+    command.kind = kind;
+    presses.push_back(PostLocked(command));
+}
+
+std::future<CommandAnswer> InputPosting::PostLocked(const TransportCommand& command) {
     if (transport_)
         return transport_->Post(command);
     std::promise<CommandAnswer> refused;

@@ -377,7 +377,7 @@ private:
     CommandInput::Settings CommandInputSettings(const PlayOptions& options) {
         CommandInput::Settings settings;
         settings.input = options.input;
-        settings.fire = [this](CommandKind kind) { posting_.Post(Command(kind)); };
+        settings.fire = [this](CommandKind kind) { posting_.PostPress(kind); };
         settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
         return settings;
     }

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdint>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -108,7 +111,7 @@ TEST_F(TransportInputs, PedalsAreTaughtAndADeskIsNotTakenFromShowControl) {
     const struct {
         std::string command, answer;
     } rows[] = {
-        {"learn Play", "no command input is open; see: command input DEVICE"},
+        {"learn Play", "no command input is open; see: command input DEVICE, learn --input"},
         {"command input Desk", "'Desk' is the input of show control, and a device can be opened once"},
         {"command input Nothing", "no input device 'Nothing'; there are 'Pedals', 'Desk'"},
         {"command input Pedals", ""},
@@ -135,6 +138,32 @@ TEST_F(TransportInputs, PedalsAreTaughtAndADeskIsNotTakenFromShowControl) {
     Open({});
     EXPECT_EQ(Do("learn Play"), "no MIDI input is to be had here");
     EXPECT_EQ(Do("show control off"), "no show control is to be had here");
+}
+
+TEST_F(TransportInputs, AStuckTriggerDelaysNoOperator) {
+    std::promise<void> door;
+    CommandInput::Settings pedals;
+    pedals.say = [](const std::string&) {};
+    pedals.now = [opened = door.get_future().share()] {
+        opened.wait();
+        return std::chrono::steady_clock::now();
+    };
+    commandInput_.emplace(pedals);
+    Transport::Settings settings;
+    settings.commandInput = &*commandInput_;
+    InputPosting posting;
+    posting.Open(Open(settings));
+    EXPECT_EQ(Do("command input Pedals"), "");
+    auto stuck = transport_->Post(ParseCommand("learn Play"));
+    for (int press = 0; press < 1000; ++press)
+        posting.PostPress(CommandKind::kNextMarker);
+    posting.PostPress(CommandKind::kStop);
+    auto operators = transport_->Post(ParseCommand("next song"));
+    door.set_value();
+    const std::uint64_t carriedOut = operators.get().number;
+    EXPECT_EQ(carriedOut, stuck.get().number + InputPosting::kMostPresses + 2);
+    posting.PostPress(CommandKind::kNextMarker);
+    EXPECT_EQ(transport_->Post(ParseCommand("stop")).get().number, carriedOut + 2) << "presses count again";
 }
 
 TEST_F(TransportInputs, WhatArrivesWithoutATransportIsRefused) {
