@@ -553,10 +553,11 @@ private:
     }
 
     void DrawPrompt(int row) {
-        const std::string prompt = !model_.learning.empty()
-                                       ? "Press the pedal for " + model_.learning + " (no pedal fires meanwhile)" +
-                                             (keys_.ShowsPedals() ? ".  Any key gives up" : "")
-                                       : keys_.GetPrompt(frame_.now);
+        // What is typed or asked comes first: its keys act, whoever has asked for a pedal.
+        std::string prompt = keys_.GetPrompt(frame_.now);
+        if (prompt.empty() && !model_.learning.empty())
+            prompt = "Press the pedal for " + model_.learning + " (no pedal fires meanwhile)" +
+                     (keys_.ShowsPedals() ? ".  Any key gives up" : "");
         if (!prompt.empty())
             canvas_.Put(row, 0, frame_.columns, " " + prompt + " ", ScreenText::kBold | ScreenText::kReverse);
         else if (!model_.answer.empty())
