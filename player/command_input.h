@@ -58,6 +58,7 @@ public:
     struct Report {
         std::string input;  // its name; empty: none was chosen
         bool isOpen = false;
+        bool isKept = true;  // the files say what was learned and decided
         bool onlyPresses = true;
         std::string learning;       // the command that waits for its pedal; empty: none
         std::uint64_t learned = 0;  // how often something was
@@ -91,7 +92,7 @@ public:
     void SetLeastInterval(const std::string& command, std::chrono::milliseconds interval);
 
     /// Several times a second: says what was learned, gives up what has waited too long,
-    /// opens an input that was missing.
+    /// opens an input that was missing, writes what a disk refused.
     void Poll();
     Report GetReport() const;
 
@@ -103,15 +104,19 @@ private:
         unsigned char id = 0;
         Time since;
         Learned before;
+        bool isGivenUp = false;  // and the pedal was faster
     };
 
     void Close();
-    bool PrepareSettingsFile();
+    bool ReadPedals();
+    bool PrepareSettingsFile(bool nameWasLost);
     void ConnectTo(const std::string& name, unsigned char index);
     void TellWhatWasLearned();
     void TellLoss();
     void WriteSettings();
+    void KeepWhatOthersWrote();
     void WritePedals();
+    void Write(std::string& trouble, const std::function<void()>& write);
     void Publish();
     void RequireOpen() const;
     unsigned char IdOf(const std::string& command) const;
@@ -128,16 +133,22 @@ private:
     ShowKind kind_ = ShowKind::kPrograms;
     PedalSettings pedals_;
     std::optional<PedalSettings> writtenPedals_;  // what their file says
-    bool pedalsAreBroken_ = false;                // the file could not be read, and is left as it is
+    bool pedalsAreBroken_ = false;                // the file can neither be read nor put aside
     bool isConnected_ = false;                    // to pedals_.input
     bool isLost_ = false;                         // it is connected to what is unplugged
     Time nextLook_{};                             // for an input that is missing
     std::string written_;                         // what the settings file says
+    Time nextWrite_{};                            // not before, once one was refused
+    std::string settingsTrouble_;                 // why the settings file is behind; empty: it is not
+    std::string pedalsTrouble_;                   // why the file of pedals_ is
+    std::string whyClosed_;                       // why there are no commands
     std::optional<Request> request_;
     std::uint64_t learnedCount_ = 0;
 
     // The engine has taken an answer down; set on the thread of the input.
     std::atomic<bool> isAnswered_{false};
+    // It has an input that delivers; set on the thread that connects.
+    std::atomic<bool> hasStarted_{false};
 
     // Of the thread of the input.
     std::atomic<bool> onlyPresses_{true};

@@ -131,10 +131,10 @@ int main(int argc, char** argv) {
     CLI::App& learn = *program.add_subcommand("learn", "Have a pedal or key drive a command of a show; list them.");
     learn.add_option("SHOW", learned.show, "The show file")->required();
     std::vector<std::string> learnedWords;
-    learn.add_option("COMMAND", learnedWords, "The command, as: next song");
+    CLI::Option& learnedCommand = *learn.add_option("COMMAND", learnedWords, "The command, as: next song");
     learn.add_option("--input", learned.input, "The input of pedals and keys, by its name or index");
     bool forgets = false;
-    learn.add_flag("--forget", forgets, "Forget the pedal of the command");
+    learn.add_flag("--forget", forgets, "Forget the pedal of the command")->needs(&learnedCommand);
     player::ShowControlGo go;
     CLI::App& msc = *program.add_subcommand("msc", "MIDI Show Control, for testing a rig.");
     msc.require_subcommand(1);

@@ -18,7 +18,7 @@ struct PedalSettings {
     bool operator==(const PedalSettings&) const = default;
 
     /// Nothing where there is no such file. std::invalid_argument with one line that
-    /// names the file where it says something else.
+    /// names the file where it cannot be read or says something else.
     static std::optional<PedalSettings> Read(const std::filesystem::path& file);
     /// zell::IoError where it cannot be written; an older file then stays.
     void Write(const std::filesystem::path& file) const;

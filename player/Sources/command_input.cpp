@@ -27,6 +27,8 @@ using namespace std::chrono_literals;
 using CommandNames = std::map<unsigned char, std::string>;
 
 constexpr auto kBetweenLooks = 1s;
+constexpr auto kBetweenWrites = 1s;
+constexpr char kNoShow[] = "learned commands belong to a show file, and here is none";
 constexpr unsigned char kPressed = 64;
 // A note that no controller can send: data bytes end at 127.
 constexpr MIDIMessage kNobodysMessage = {0x90, 0xFF, 0x01};
@@ -35,6 +37,7 @@ constexpr std::string_view kHeader = "\x14MidiCommandsSettings";
 constexpr std::size_t kSourceBytes = 5;
 constexpr char kNoSource = 0;
 constexpr char kConnectedSource = 1;
+constexpr char kUniqueSource = 2;
 
 struct Obeyed {
     unsigned char id;
@@ -93,18 +96,27 @@ std::string SettingsOf(const std::map<unsigned char, midi_commands::LearnedComma
     return text;
 }
 
-/// Whether the engine can read it, and every record is of a command that there is.
+/// Whether it is what the engine writes: the engine reads more, and would take a message
+/// that nothing sends, or records left out, for what was learned.
 bool IsWhole(const std::string& text) {
     constexpr std::size_t kRecords = kHeader.size() + kSourceBytes + 2;
     constexpr std::size_t kRecordBytes = 4;
     if (!text.starts_with(kHeader) || text.size() < kRecords)
         return false;
     const auto byteAt = [&text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    const std::size_t count = byteAt(kRecords - 2) + byteAt(kRecords - 1) * 256u;
-    if (text.size() < kRecords + kRecordBytes * count)
+    const unsigned char mode = byteAt(kHeader.size());
+    if (mode > kUniqueSource)
         return false;
-    for (std::size_t i = 0; i < count; ++i)
-        if (!midi_commands::commandIds.contains(byteAt(kRecords + kRecordBytes * i)))
+    // A number of four bytes follows: none, an index below 256, or any.
+    for (std::size_t at = kHeader.size() + 1 + (mode == kConnectedSource ? 1 : 0); at < kRecords - 2; ++at)
+        if (mode != kUniqueSource && byteAt(at) != 0)
+            return false;
+    const std::size_t count = byteAt(kRecords - 2) + byteAt(kRecords - 1) * 256u;
+    if (text.size() != kRecords + kRecordBytes * count)
+        return false;
+    for (std::size_t at = kRecords; at < text.size(); at += kRecordBytes)
+        if (!midi_commands::commandIds.contains(byteAt(at)) || !allowedStatuses.contains(byteAt(at + 1)) ||
+            byteAt(at + 2) >= 16 || byteAt(at + 3) >= 128 || (at > kRecords && byteAt(at) <= byteAt(at - kRecordBytes)))
             return false;
     return true;
 }
@@ -128,6 +140,22 @@ void WriteText(const fs::path& path, const std::string& text) {
     file.Commit();
 }
 
+/// Renames it to the first name that is free of NAME.why, NAME.why2, ...; says which.
+std::string PutAside(const fs::path& path, const std::string& why) {
+    if (!fs::is_regular_file(path))
+        throw std::runtime_error("it is no plain file");
+    const auto named = [&path, &why](const std::string& count) {
+        fs::path aside = path;
+        return aside += "." + why + count;
+    };
+    fs::path aside = named("");
+    std::error_code error;
+    for (int count = 2; fs::exists(aside, error); ++count)
+        aside = named(std::to_string(count));
+    fs::rename(path, aside);
+    return "it is kept as " + DisplayText(aside.filename().string());
+}
+
 }  // namespace
 
 CommandInput::CommandInput(Settings settings) : settings_(std::move(settings)) {
@@ -136,6 +164,8 @@ CommandInput::CommandInput(Settings settings) : settings_(std::move(settings)) {
                                                [this, id = obeyed.id](const void*) { Fire(id); });
     notify::callbackDispatcher.AddCallback(notify::names::midiCommandLearned, this,
                                            [this](const void*) { isAnswered_ = true; });
+    notify::callbackDispatcher.AddCallback(notify::names::midiSourceConnected, this,
+                                           [this](const void*) { hasStarted_ = true; });
 }
 
 CommandInput::~CommandInput() {
@@ -160,19 +190,17 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     pedals_ = {};
     writtenPedals_.reset();
     pedalsAreBroken_ = false;
+    settingsTrouble_.clear();
+    pedalsTrouble_.clear();
+    nextWrite_ = {};
+    whyClosed_ = kNoShow;
     if (path_.empty()) {
         if (!settings_.input.empty())
-            settings_.say("learned commands belong to a show file, and here is none");
+            settings_.say(whyClosed_);
         Publish();
         return;
     }
-    try {
-        writtenPedals_ = PedalSettings::Read(PedalsPathOf(path_));
-        pedals_ = writtenPedals_.value_or(PedalSettings());
-    } catch (const std::invalid_argument& error) {
-        pedalsAreBroken_ = true;
-        settings_.say(std::string(error.what()) + "; it is left as it is, and the command input has to be chosen");
-    }
+    const bool nameWasLost = !ReadPedals();
     if (!settings_.input.empty()) {
         try {
             const std::vector<std::string> names = MidiInput::GetNames();
@@ -182,7 +210,7 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
             settings_.say(error.what());
         }
     }
-    if (!PrepareSettingsFile()) {
+    if (!PrepareSettingsFile(nameWasLost)) {
         path_.clear();
         Publish();
         return;
@@ -191,8 +219,18 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     dispatcher_ = std::make_unique<MidiMessageDispatcher>();
     SetFilter();
     const std::u8string path = path_.u8string();
+    hasStarted_ = false;
     commands_ = std::make_unique<midi_commands::MidiCommands>(*dispatcher_, std::string(path.begin(), path.end()));
-    isConnected_ = commands_->HasMidiSource();
+    isConnected_ = hasStarted_;
+    const std::vector<std::string> names = MidiInput::GetNames();
+    const unsigned char index = isConnected_ ? commands_->GetConnectedSourceIndex() : 0;
+    const std::string connected = isConnected_ && index < names.size() ? names[index] : std::string();
+    // The engine keeps an input that does not start; and where the file could not be told the
+    // index of today, it has opened another device.
+    if (!isConnected_ || (!pedals_.input.empty() && connected != pedals_.input)) {
+        dispatcher_->Disconnect();
+        isConnected_ = false;
+    }
     written_ = ReadText(path_);
     {
         const std::lock_guard firing(firingMutex_);
@@ -201,20 +239,42 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
                 if (Typed(known) == Typed(name))
                     leastIntervals_[id] = std::chrono::milliseconds(interval);
     }
-    if (isConnected_ && pedals_.input.empty()) {
-        const std::vector<std::string> names = MidiInput::GetNames();
-        const unsigned char index = commands_->GetConnectedSourceIndex();
-        pedals_.input = index < names.size() ? names[index] : std::string();
-    }
+    if (isConnected_)
+        pedals_.input = connected;
     nextLook_ = {};
     if (!isConnected_ && !pedals_.input.empty())
-        settings_.say("the command input '" + DisplayText(pedals_.input) + "' is not there; it is waited for");
+        settings_.say("the command input '" + DisplayText(pedals_.input) +
+                      (MidiInput::Find(pedals_.input) ? "' is in use or refuses; it is tried again"
+                                                      : "' is not there; it is waited for"));
     Publish();
 }
 
+/// False where the file was there and could not be read: then the input has no name.
+bool CommandInput::ReadPedals() {
+    const fs::path file = PedalsPathOf(path_);
+    std::string trouble;
+    try {
+        writtenPedals_ = PedalSettings::Read(file);
+        pedals_ = writtenPedals_.value_or(PedalSettings());
+        return true;
+    } catch (const std::invalid_argument& error) {
+        trouble = error.what();
+    }
+    try {
+        trouble += "; " + PutAside(file, "damaged");
+    } catch (const std::exception& error) {
+        pedalsAreBroken_ = true;
+        trouble += "; it stays as it is, and nothing is written: " + std::string(error.what());
+    }
+    settings_.say(trouble + "; the command input has to be chosen");
+    return false;
+}
+
 void CommandInput::Close() {
-    if (commands_)
+    if (commands_) {
         WritePedals();  // where the disk refused it before
+        KeepWhatOthersWrote();
+    }
     request_.reset();
     commands_.reset();
     dispatcher_.reset();
@@ -228,27 +288,27 @@ void CommandInput::Close() {
 /// What the engine could not read, and would write over, is put aside. Where the input is
 /// known by name, the engine finds it in the file by the index that it has today, or not
 /// at all. False for a file that must be left alone.
-bool CommandInput::PrepareSettingsFile() {
+bool CommandInput::PrepareSettingsFile(bool nameWasLost) {
     std::error_code error;
     if (fs::exists(path_, error) && !std::ifstream(path_).good()) {
-        settings_.say(DisplayText(path_.string()) + ": cannot be read; no pedal is heard, so that it stays as it is");
+        whyClosed_ = DisplayText(path_.string()) + ": cannot be read; no pedal is heard, so that it stays as it is";
+        settings_.say(whyClosed_);
         return false;
     }
     std::string text = ReadText(path_);
     if (!text.empty() && !IsWhole(text)) {
-        fs::path aside = path_;
-        aside += ".damaged";
-        for (int count = 2; fs::exists(aside, error); ++count)
-            aside = path_.string() + ".damaged" + std::to_string(count);
-        fs::rename(path_, aside, error);
-        settings_.say(DisplayText(path_.string()) + ": holds no learned commands; " +
-                      (error ? error.message() : "it is kept as " + DisplayText(aside.filename().string())));
-        if (error)
+        const std::string trouble = DisplayText(path_.string()) + ": holds no learned commands; ";
+        try {
+            settings_.say(trouble + PutAside(path_, "damaged"));
+        } catch (const std::exception& failure) {
+            whyClosed_ = trouble + failure.what();
+            settings_.say(whyClosed_);
             return false;
+        }
         text.clear();
     }
     // What has no name would be any device that has the index today.
-    if (pedals_.input.empty() && (!pedalsAreBroken_ || text.empty()))
+    if (pedals_.input.empty() && (!nameWasLost || text.empty()))
         return true;
     if (text.empty())
         text = SettingsOf({}, std::nullopt);
@@ -278,8 +338,8 @@ std::string CommandInput::Learn(const std::string& command) {
     if (request_)
         throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal already");
     if (!commands_->HasMidiSource())
-        throw std::invalid_argument("no command input is open; see: command input DEVICE");
-    request_ = Request{id, settings_.now(), commands_->GetLearnedCommands()};
+        throw std::invalid_argument("no command input is open; see: command input DEVICE, learn --input");
+    request_ = Request{id, settings_.now(), commands_->GetLearnedCommands(), false};
     isAnswered_ = false;
     commands_->LearnMidiCommandNoAssign(id);
     Publish();
@@ -311,9 +371,10 @@ bool CommandInput::GiveUpRequest() {
         settings_.say("nothing was learned for " + NameOf(id));
     }
     dispatcher_->RemoveMidiBinding(key);
-    // The pedal was faster; whatever came of it, nothing waits any more.
+    // The pedal was faster; where its answer is still being taken down, the next look tells.
     TellWhatWasLearned();
-    request_.reset();
+    if (request_ && std::exchange(request_->isGivenUp, true))
+        request_.reset();
     WriteSettings();
     Publish();
     return true;
@@ -367,9 +428,8 @@ void CommandInput::SetInput(const std::string& device) {
 }
 
 void CommandInput::ConnectTo(const std::string& name, unsigned char index) {
-    if (isConnected_ && name == pedals_.input)
-        return;
-    // A device is opened once: the same one has to be let go first.
+    // A device is opened once: the same one has to be let go first. It is opened anew also
+    // where it seems to be heard, since that may be what the operator doubts.
     if (name == pedals_.input)
         dispatcher_->Disconnect();
     isConnected_ = false;
@@ -447,7 +507,7 @@ void CommandInput::Poll() {
     if (!commands_)
         return;
     TellWhatWasLearned();
-    if (request_ && settings_.now() - request_->since >= kLearnPatience)
+    if (request_ && (request_->isGivenUp || settings_.now() - request_->since >= kLearnPatience))
         GiveUpRequest();
     if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
         nextLook_ = now + kBetweenLooks;
@@ -461,7 +521,10 @@ void CommandInput::Poll() {
         }
     }
     TellLoss();
-    WriteSettings();
+    if (settings_.now() >= nextWrite_) {  // what the disk refused, not at every look
+        WritePedals();
+        WriteSettings();
+    }
     Publish();
 }
 
@@ -481,25 +544,52 @@ void CommandInput::WriteSettings() {
         isConnected_ ? std::optional<unsigned char>(commands_->GetConnectedSourceIndex()) : std::nullopt;
     const std::string text = SettingsOf(commands_->GetLearnedCommands(), source);
     // Nobody wants an empty file beside a show that has no pedals.
-    if (text == written_ || (written_.empty() && text == SettingsOf({}, std::nullopt)))
+    if (text == written_ || (written_.empty() && text == SettingsOf({}, std::nullopt))) {
+        settingsTrouble_.clear();
         return;
-    try {
+    }
+    KeepWhatOthersWrote();
+    Write(settingsTrouble_, [&] {
         WriteText(path_, text);
         written_ = text;
-    } catch (const std::exception& error) {
-        written_ = text;  // said once; the engine writes it again at the end
-        settings_.say(error.what());
+    });
+}
+
+/// Another player that taught pedals meanwhile has not heard of what was learned here, nor
+/// this one of it.
+void CommandInput::KeepWhatOthersWrote() {
+    std::error_code error;
+    const std::string found = ReadText(path_);
+    if (found == written_ || !fs::exists(path_, error))
+        return;
+    try {
+        settings_.say(DisplayText(path_.string()) + ": was changed by another program; " + PutAside(path_, "other"));
+    } catch (const std::exception& failure) {
+        settings_.say(failure.what());
     }
+    written_ = found;
 }
 
 void CommandInput::WritePedals() {
-    if (pedalsAreBroken_ || pedals_ == writtenPedals_.value_or(PedalSettings()))
+    if (pedalsAreBroken_ || pedals_ == writtenPedals_.value_or(PedalSettings())) {
+        pedalsTrouble_.clear();
         return;
-    try {
+    }
+    Write(pedalsTrouble_, [this] {
         pedals_.Write(PedalsPathOf(path_));
         writtenPedals_ = pedals_;
+    });
+}
+
+/// What is refused is said once, and tried again.
+void CommandInput::Write(std::string& trouble, const std::function<void()>& write) {
+    try {
+        write();
+        trouble.clear();
     } catch (const std::exception& error) {
-        settings_.say(error.what());
+        nextWrite_ = settings_.now() + kBetweenWrites;
+        if (std::exchange(trouble, error.what()) != error.what())
+            settings_.say(error.what());
     }
 }
 
@@ -507,7 +597,7 @@ void CommandInput::WritePedals() {
 
 void CommandInput::RequireOpen() const {
     if (!commands_)
-        throw std::invalid_argument("learned commands belong to a show file, and here is none");
+        throw std::invalid_argument(whyClosed_);
 }
 
 unsigned char CommandInput::IdOf(const std::string& command) const {
@@ -528,9 +618,10 @@ std::string CommandInput::NameOf(unsigned char id) const {
 
 void CommandInput::Publish() {
     Report report;
+    report.input = pedals_.input;
+    report.isKept = settingsTrouble_.empty() && pedalsTrouble_.empty();
     if (commands_) {
         const Learned learned = commands_->GetLearnedCommands();
-        report.input = pedals_.input;
         report.isOpen = isConnected_ && !isLost_;
         report.onlyPresses = onlyPresses_;
         report.learned = learnedCount_;

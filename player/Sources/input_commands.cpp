@@ -236,8 +236,9 @@ int LearnCommand(const LearnRequest& request) {
             if (input.GetReport().learned == 0)
                 status = kFailed;
         }
-        PrintReport(input.GetReport());
-        return status;
+        const CommandInput::Report report = input.GetReport();
+        PrintReport(report);
+        return report.isKept && !report.commands.empty() ? status : kFailed;
     } catch (const std::exception& error) {
         return Complain(error.what(), kRefused);
     }

@@ -80,7 +80,7 @@ private:
         const std::vector<std::string> names = GetNames();
         const std::string name = device < names.size() ? "'" + names[device] + "'" : std::to_string(device);
         throw std::runtime_error(result == MMSYSERR_ALLOCATED
-                                     ? "MIDI input " + name + " is in use: it can be opened once"
+                                     ? "MIDI input " + name + " is in use, where it can be opened once, or refuses"
                                      : zell::format("MIDI input %s cannot be opened: error %d", name, result));
     }
 

@@ -15,8 +15,11 @@ using Json = nlohmann::ordered_json;
 
 std::optional<PedalSettings> PedalSettings::Read(const std::filesystem::path& file) {
     std::ifstream input(file, std::ios::binary);
-    if (!input)
-        return std::nullopt;
+    if (!input) {
+        if (std::error_code error; !std::filesystem::exists(file, error))
+            return std::nullopt;
+        throw std::invalid_argument(DisplayText(file.string()) + ": cannot be read");
+    }
     std::ostringstream text;
     text << input.rdbuf();
     try {

@@ -55,7 +55,8 @@ def on_a_small_disk(disk):
     check("status on a full disk, where " + played.stderr, played.returncode, 0)
     check("its time code's settings", mtc.read_bytes(), MTC)
     forgotten = run("learn", show, "--forget", "play")
-    check("told that a pedal cannot be forgotten there", "show.json.commands" in forgotten.stderr, True)
+    check("told that a pedal cannot be forgotten there",
+          ("show.json.commands" in forgotten.stderr, forgotten.returncode), (True, 1))
     check("its pedals", commands.read_bytes(), COMMANDS)
     check("what is left", sorted(os.listdir(disk)),
           ["10_last_bow.mid", "filler", "show.json", "show.json.commands", "show.json.mtc"])

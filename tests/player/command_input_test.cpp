@@ -27,6 +27,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 using win32_layer::Layer;
 using win32_layer::VirtualMidiInput;
 using Kinds = std::vector<CommandKind>;
@@ -74,8 +75,10 @@ protected:
     Kinds Fired() {
         pedals_->Send({0xCF, 0x7F});
         std::unique_lock lock(mutex_);
-        EXPECT_TRUE(
-            changed_.wait_for(lock, 20s, [this] { return !fired_.empty() && fired_.back() == CommandKind::kStop; }));
+        if (!changed_.wait_for(lock, 20s, [this] { return !fired_.empty() && fired_.back() == CommandKind::kStop; })) {
+            ADD_FAILURE() << "the end does not come";
+            return {};
+        }
         fired_.pop_back();
         return std::exchange(fired_, {});
     }
@@ -237,8 +240,13 @@ TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
     const std::string whole("\x14MidiCommandsSettings\0\0\0\0\0\1\0\2\x90\0\x3C", 32);
     std::string kept = "show.json.commands.damaged";
     int count = 2;
-    for (const std::string& damaged : std::vector<std::string>{whole.substr(0, 31), whole.substr(0, 10), "x" + whole,
-                                                               whole.substr(0, 28) + "\x0C" + whole.substr(29)}) {
+    std::vector<std::string> damages = {whole.substr(0, 10), whole + '\0',
+                                        whole.substr(0, 26) + "\2" + whole.substr(27) + whole.substr(28)};
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        damages.push_back(whole);
+        damages.back()[at] = static_cast<char>(~damages.back()[at]);
+    }
+    for (const std::string& damaged : damages) {
         input_.reset();
         folder_.Put("show.json.commands", damaged);
         Open();
@@ -255,10 +263,75 @@ TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
     Open();
     EXPECT_FALSE(keys_->IsOpen());
     EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
-    EXPECT_THAT(Said(), ElementsAre(HasSubstr("it is left as it is")));
+    EXPECT_THAT(Said(), ElementsAre(HasSubstr("it is kept as show.json.commands.pedals.damaged")));
     input_->SetInput("Pedals");
+    Open();
+    EXPECT_EQ(input_->GetReport().input, "Pedals") << "what is decided anew is kept";
+    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.pedals.damaged"), "{\"input\": 1}");
+}
+
+TEST_F(CommandInputTest, WhatCannotBeWrittenIsWrittenOnceItCan) {
+    namespace fs = std::filesystem;
+    Open().SetInput("Pedals");
+    LearnFrom("stop", {0xCF, 0x7F});
+    const fs::path file = folder_ / "show.json.commands";
+    fs::permissions(file, fs::perms::owner_write, fs::perm_options::remove);
+    Said();
+    LearnFrom("play", {0x90, 60, 100});
+    input_->Poll();
+    EXPECT_THAT(Said(), UnorderedElementsAre(HasSubstr("Play:"), HasSubstr("write-protected")));
+    EXPECT_FALSE(input_->GetReport().isKept);
+    // The order of the devices is another one, and the file cannot be told.
     input_.reset();
-    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.pedals"), "{\"input\": 1}");
+    Layer::Instance().Reset();
+    const auto stranger = std::make_shared<VirtualMidiInput>(L"Stranger");
+    Layer::Instance().AddInput(pedals_);
+    Layer::Instance().AddInput(stranger);
+    Open();
+    EXPECT_FALSE(stranger->IsOpen());
+    EXPECT_FALSE(input_->GetReport().isOpen);
+    input_->Poll();
+    EXPECT_TRUE(input_->GetReport().isOpen);
+    LearnFrom("play", {0x90, 60, 100});
+    EXPECT_FALSE(input_->GetReport().isKept);
+    fs::permissions(file, fs::perms::owner_write, fs::perm_options::add);
+    now_ = now_.load() + 1s;
+    input_->Poll();
+    EXPECT_TRUE(input_->GetReport().isKept);
+    const std::string kept = SettingsFile();
+    EXPECT_EQ(kept.substr(26), std::string("\2\0\2\x90\0\x3C\4\xC0\x0F\x7F", 10));
+
+    // Another player teaches meanwhile, and neither's pedals are lost.
+    const std::string others = kept.substr(0, 26) + std::string("\1\0\3\x90\0\x3D", 6);
+    folder_.Put("show.json.commands", others);
+    input_->Unlearn("play");
+    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.other"), others);
+    EXPECT_EQ(SettingsFile().substr(26), std::string("\1\0\4\xC0\x0F\x7F", 6));
+    folder_.Put("show.json.commands", others);
+    input_.reset();
+    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.other2"), others);
+    EXPECT_EQ(SettingsFile().substr(26), std::string("\1\0\4\xC0\x0F\x7F", 6));
+}
+
+TEST_F(CommandInputTest, AnInputThatDoesNotStartIsTriedAgain) {
+    Open().SetInput("Pedals");
+    LearnFrom("stop", {0xCF, 0x7F});
+    input_.reset();
+    Layer::Instance().Fail(win32_layer::Fault::kInputStart, 1, 1);
+    Open();
+    EXPECT_FALSE(input_->GetReport().isOpen);
+    input_->Poll();
+    EXPECT_TRUE(input_->GetReport().isOpen);
+    EXPECT_THAT(Fired(), IsEmpty());
+    // Chosen again, it is opened anew.
+    pedals_->SetRefusesOpen(true);
+    EXPECT_ANY_THROW(input_->SetInput("Pedals"));
+    input_->Poll();
+    EXPECT_FALSE(input_->GetReport().isOpen);
+    pedals_->SetRefusesOpen(false);
+    now_ = now_.load() + 2s;
+    input_->Poll();
+    EXPECT_TRUE(input_->GetReport().isOpen);
 }
 
 TEST_F(CommandInputTest, EverythingAtOnceUnderAFlood) {
