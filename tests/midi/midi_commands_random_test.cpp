@@ -304,7 +304,7 @@ TEST_F(RandomCommands, AreAnsweredInTheOrderOfRequestsAndNeverOnceTheyAreGone) {
 
 TEST_F(RandomCommands, AFloodOfMessagesOutlastsTheReplacingOfInputs) {
     MustEnd("replacing inputs during a flood", [&] {
-        constexpr int kReplacements = 200;
+        constexpr int kReplacements = 400;  // every second of them in a dispatcher that is new
         constexpr int kMessagesEach = 100;
         std::atomic<bool> exists{true};
         std::atomic<int> late{0};
@@ -324,7 +324,7 @@ TEST_F(RandomCommands, AFloodOfMessagesOutlastsTheReplacingOfInputs) {
                     inputs_.Send(static_cast<std::size_t>(round % 2 * 2), {0x90, 1, 1});
         });
         for (int round = 0; round < kReplacements; ++round) {
-            if (round % 8 == 0) {
+            if (round % 2 == 0) {
                 commands_.reset();
                 dispatcher_.reset();
                 exists = false;

@@ -86,8 +86,7 @@ TEST(UnpluggedOutput, AHundredUnplugsInMidSongLeaveEveryClockInTimeAndTheStateRi
         next = running.GetClock() + 1 + random() % 10;
         if (!layer.IsOutputLost(0)) {
             layer.RemoveOutput(layer.GetOutputs()[0]);
-            running.GetTransport().PostOutputLoss();
-            running.Do("hold off");  // behind it
+            running.Do("hold off");  // behind what the observer has posted
             return;
         }
         // Half of them kept their power, and with it what they held.
@@ -95,10 +94,16 @@ TEST(UnpluggedOutput, AHundredUnplugsInMidSongLeaveEveryClockInTimeAndTheStateRi
             plugged = std::make_shared<Instrument>();
         EXPECT_TRUE(layer.AddOutput(plugged));
         ++returns;
-        running.GetTransport().PostOutputReturn();
         running.Do("hold off");
     });
+    Layer::Instance().SetOutputObserver([&show](std::size_t, win32_layer::OutputChange change) {
+        if (change == win32_layer::OutputChange::kLost)
+            show.GetTransport().PostOutputLoss();
+        else
+            show.GetTransport().PostOutputReturn();
+    });
     EXPECT_EQ(show.Run(), TransportState::kEnded);
+    Layer::Instance().SetOutputObserver({});
     EXPECT_EQ(returns, kUnplugs);
     EXPECT_GT(checks, kUnplugs);
     EXPECT_EQ(plugged->deaf.WhatSounds(), "");

@@ -12,9 +12,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "tests/midi/patience.h"
 #include "win32_layer/layer.h"
 
 namespace {
@@ -34,16 +36,23 @@ public:
     std::wstring GetName() const override { return name_; }
     std::string GetIdentity() const override { return identity_; }
     bool Open() override {
+        if (door)
+            door->Pass();
         if (openings == mostOpenings)
             return false;
         ++openings;
         return true;
     }
-    void Close() override { --openings; }
+    void Close() override {
+        if (door)
+            door->Pass();
+        --openings;
+    }
     void Play(const std::uint8_t* bytes, std::size_t, std::chrono::nanoseconds) override { played.push_back(bytes[1]); }
 
     int openings = 0;
     int mostOpenings = 9;
+    Door* door = nullptr;  // it opens and closes behind it, as a driver that takes its time
     std::vector<int> played;
 
 private:
@@ -153,6 +162,28 @@ TEST_F(UnpluggedDevice, ADeviceOfAnotherIdentityNeverTakesThePlaceAndNoIndexChan
     HMIDISTRM refused = nullptr;
     EXPECT_EQ(midiStreamOpen(&refused, &lost, 1, 0, 0, CALLBACK_NULL), static_cast<MMRESULT>(MMSYSERR_NODRIVER));
     EXPECT_FALSE(Layer::Instance().IsOutputLost(3));
+}
+
+TEST_F(UnpluggedDevice, NoSendWaitsWhileADeviceIsTakenAwayOrPutBack) {
+    const HMIDISTRM stream = Open();
+    Door closing;
+    device_->door = &closing;
+    std::thread unplugging([this] { Layer::Instance().RemoveOutput(device_); });
+    EXPECT_TRUE(closing.WaitForArrival());
+    EXPECT_TRUE(Send(stream, 60));
+    closing.Open();
+    unplugging.join();
+    Door opening;
+    const auto next = std::make_shared<PluggedOutput>(L"piano");
+    next->door = &opening;
+    std::thread plugging([&next] { Layer::Instance().AddOutput(next); });
+    EXPECT_TRUE(opening.WaitForArrival());
+    EXPECT_TRUE(Send(stream, 61));
+    opening.Open();
+    plugging.join();
+    EXPECT_TRUE(Send(stream, 62));
+    EXPECT_THAT(next->played, ElementsAre(62));
+    next->door = nullptr;
 }
 
 TEST_F(UnpluggedDevice, EveryOpenOfTheOldDeviceIsClosedAndTheNewOneIsOpenedAsOftenAsItIsStillHeld) {
