@@ -23,7 +23,8 @@
 namespace player {
 
 /// The MIDI input of pedals and keys that were taught to drive the transport, and the
-/// teaching. What was learned belongs to a show and lies in files beside it.
+/// teaching. What was learned belongs to a show and lies in files beside it, or serves
+/// all shows from one place.
 ///
 /// Owner:   the program; the transport, which uses it, goes first.
 /// Threads: OpenShow() to SetLeastInterval() on one thread at a time, the transport's;
@@ -41,6 +42,8 @@ public:
     struct Settings {
         /// Of the command line, instead of the show's own: name or index; empty: not said.
         std::string input;
+        /// Where what was learned lies, for every show; empty: beside each.
+        std::filesystem::path file = {};
         /// A learned message has come. On a thread of the platform's; must only post.
         std::function<void(CommandKind)> fire;
         /// Something that the operator should read; must only post.
@@ -75,7 +78,7 @@ public:
     CommandInput& operator=(const CommandInput&) = delete;
 
     /// The commands of another show. file: empty for one that has none, which then has
-    /// no commands either.
+    /// no commands either, unless they lie elsewhere.
     void OpenShow(const std::filesystem::path& file, ShowKind kind);
     /// The next pedal or key that is pressed will drive that command; until then no
     /// binding fires. Returns what the operator should do. What became of it is said

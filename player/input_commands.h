@@ -20,9 +20,10 @@ int FollowTimeCodeInput(const std::string& input);
 
 struct LearnRequest {
     std::filesystem::path show;
-    std::string command;    // that is to be learned; empty: none
-    std::string forgotten;  // a command whose pedal is to be forgotten; empty: none
-    std::string input;      // name or index; empty: the one that was chosen before
+    std::string command;         // that is to be learned; empty: none
+    std::string forgotten;       // a command whose pedal is to be forgotten; empty: none
+    std::string input;           // name or index; empty: the one that was chosen before
+    std::filesystem::path file;  // what was learned; empty: lies beside the show
 };
 /// Learns or forgets one command of a show, and lists them all.
 int LearnCommand(const LearnRequest& request);

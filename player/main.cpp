@@ -93,6 +93,7 @@ int main(int argc, char** argv) {
     play.add_option("--mtc-record", options.mtcRecordTo, "Write every message of the time code to this file of lines");
 
     play.add_option("--input", options.input, "The input of pedals and keys, by its name or index");
+    play.add_option("--commands", options.commands, "What pedals were taught, in this file and not beside the show");
 
     std::string socket;
     play.add_option("--serve", options.serveAt,
@@ -133,6 +134,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> learnedWords;
     CLI::Option& learnedCommand = *learn.add_option("COMMAND", learnedWords, "The command, as: next song");
     learn.add_option("--input", learned.input, "The input of pedals and keys, by its name or index");
+    learn.add_option("--commands", learned.file, "What was taught, in this file and not beside the show");
     bool forgets = false;
     learn.add_flag("--forget", forgets, "Forget the pedal of the command")->needs(&learnedCommand);
     player::ShowControlGo go;

@@ -11,8 +11,9 @@ struct PlayOptions {
     std::vector<std::string> files;
     bool offline = false;
     std::string recordTo;
-    std::string output;  // name or index; empty: the first
-    std::string input;   // of pedals and keys: name or index; empty: the one that the show knows
+    std::string output;              // name or index; empty: the first
+    std::filesystem::path commands;  // what was learned; empty: lies beside the show
+    std::string input;               // of pedals and keys: name or index; empty: the one that the show knows
     double tempoScale = 1;
     int transposition = 0;
     std::vector<int> mutedChannels;  // 1..16

@@ -186,7 +186,7 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     const std::lock_guard lock(mutex_);
     Close();
     kind_ = kind;
-    path_ = file.empty() ? file : SettingsPathFor(file);
+    path_ = !settings_.file.empty() ? settings_.file : file.empty() ? file : SettingsPathFor(file);
     pedals_ = {};
     writtenPedals_.reset();
     pedalsAreBroken_ = false;

@@ -225,7 +225,7 @@ int LearnCommand(const LearnRequest& request) {
         const OutputDevices devices(OutputDevices::Kinds::kAll, Say);
         if (!request.input.empty())
             MidiInput::Select(request.input);
-        CommandInput input({request.input, [](CommandKind) {}, Say});
+        CommandInput input({request.input, request.file, [](CommandKind) {}, Say});
         input.OpenShow(request.show, show.kind);
         int status = kDone;
         if (!request.forgotten.empty())

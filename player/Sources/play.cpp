@@ -377,6 +377,7 @@ private:
     CommandInput::Settings CommandInputSettings(const PlayOptions& options) {
         CommandInput::Settings settings;
         settings.input = options.input;
+        settings.file = options.commands;
         settings.fire = [this](CommandKind kind) { posting_.PostPress(kind); };
         settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
         return settings;

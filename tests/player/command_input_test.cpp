@@ -46,9 +46,10 @@ protected:
         EXPECT_EQ(Layer::Instance().GetCounters().openInputs, 0);
     }
 
-    CommandInput& Open(ShowKind kind = ShowKind::kRanges) {
+    CommandInput& Open(ShowKind kind = ShowKind::kRanges, const std::filesystem::path& commands = {}) {
         input_.reset();
         CommandInput::Settings settings;
+        settings.file = commands;
         settings.fire = [this](CommandKind kindOfCommand) {
             const std::lock_guard lock(mutex_);
             fired_.push_back(kindOfCommand);
@@ -142,7 +143,17 @@ TEST_F(CommandInputTest, APedalDrivesWhatItWasTaughtAlsoTheNextEvening) {
     EXPECT_EQ(BindingOf("Previous Song"), "");
     EXPECT_THROW(input_->Unlearn("previous song"), std::invalid_argument);
     EXPECT_THROW(input_->Learn("next patch"), std::invalid_argument) << "this kind of show has none";
+    input_->OpenShow({}, ShowKind::kPrograms);
+    EXPECT_THROW(input_->Learn("play"), std::invalid_argument) << "there is no show";
     EXPECT_THAT(Said(), IsEmpty());
+
+    // One board for all, also without a show.
+    Open(ShowKind::kRanges, folder_ / "board").OpenShow({}, ShowKind::kRanges);
+    input_->SetInput("Pedals");
+    EXPECT_EQ(BindingOf("Stop"), "");
+    LearnFrom("play", {0x90, 60, 100});
+    input_->OpenShow(show_, ShowKind::kPrograms);
+    EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
 }
 
 TEST_F(CommandInputTest, ARequestIsGivenUpAndWhatWasBoundComesBack) {
