@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "device_address.h"
+#include "jack_server.h"
 
 namespace win32_layer {
 

@@ -28,9 +28,9 @@ constexpr auto kLongestBacklog = kWireTimePerByte * 2048;
 
 }  // namespace
 
-OutputPort::OutputPort(const DeviceAddress& address) : address_(address), output_(address.api, kClientName) {
+OutputPort::OutputPort(const DeviceAddress& address) : address_(address), output_(ApiOf(address), kClientName) {
     WriteErrorsTo(output_, complaint_);
-    if (output_.getCurrentApi() != address.api)
+    if (output_.getCurrentApi() != ApiOf(address))
         throw std::runtime_error("RtMidi lacks this kind of device");
     ownPort_ = OpenPort(output_, address_, "out", complaint_);
     if (address_.server)

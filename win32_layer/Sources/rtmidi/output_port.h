@@ -8,6 +8,7 @@
 #include <string>
 
 #include "device_address.h"
+#include "jack_server.h"
 
 namespace win32_layer {
 

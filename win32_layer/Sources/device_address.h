@@ -1,17 +1,19 @@
 #pragma once
 
-#include <RtMidi.h>
-
 #include <memory>
 #include <string>
 
-#include "jack_server.h"
+#include "win32_layer/win32_layer_export.h"
 
 namespace win32_layer {
 
+class JackServer;
+
+enum class DeviceSystem { kAlsa, kJack };
+
 /// A MIDI port of the system.
-struct DeviceAddress {
-    RtMidi::Api api = RtMidi::UNSPECIFIED;
+struct WIN32_LAYER_EXPORT DeviceAddress {
+    DeviceSystem system = DeviceSystem::kAlsa;
     std::string name;                    // as RtMidi has it
     std::shared_ptr<JackServer> server;  // JACK's alone
     bool operator==(const DeviceAddress&) const = default;

@@ -37,7 +37,7 @@ std::string Shorten(const std::string& name) {
 }  // namespace
 
 std::string DeviceAddress::GetDisplayName() const {
-    const auto number = api == RtMidi::LINUX_ALSA ? name.find_last_not_of("0123456789:") : std::string::npos;
+    const auto number = system == DeviceSystem::kAlsa ? name.find_last_not_of("0123456789:") : std::string::npos;
     const bool isNumbered = number != std::string::npos && number + 1 < name.size() && name[number] == ' ';
     return isNumbered ? name.substr(0, number) : name;
 }
@@ -51,7 +51,7 @@ std::wstring DeviceAddress::GetPlatformName() const {
 }
 
 std::string DeviceAddress::GetIdentity() const {
-    return RtMidi::getApiName(api) + ":" + GetDisplayName();
+    return (system == DeviceSystem::kAlsa ? "alsa:" : "jack:") + GetDisplayName();
 }
 
 }  // namespace win32_layer
