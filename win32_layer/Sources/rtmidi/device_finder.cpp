@@ -40,6 +40,14 @@ std::vector<DeviceAddress> JackPorts(const std::shared_ptr<JackServer>& server, 
     return found;
 }
 
+void LeaveOut(FoundDevices& found, const std::vector<std::string>& away) {
+    const auto hasBeenAway = [&away](const DeviceAddress& address) {
+        return std::find(away.begin(), away.end(), address.name) != away.end();
+    };
+    std::erase_if(found.outputs, hasBeenAway);
+    std::erase_if(found.inputs, hasBeenAway);
+}
+
 }  // namespace
 
 bool IsLoop(const std::string& name) {
@@ -60,6 +68,11 @@ FoundDevices AlsaFinder::Find() {
         outputs_.reset();
         inputs_.reset();
     }
+    std::vector<std::string> names;
+    for (const auto* const addresses : {&found.outputs, &found.inputs})
+        for (const DeviceAddress& address : *addresses)
+            names.push_back(address.name);
+    LeaveOut(found, history_.TakeReplugged(names));
     return found;
 }
 
@@ -81,12 +94,7 @@ FoundDevices JackFinder::Find() {
         return {};
     // What takes messages is a server's input, and the program's output.
     FoundDevices found = {JackPorts(server_, JackPortIsInput), JackPorts(server_, JackPortIsOutput)};
-    const std::vector<std::string> gone = server_->TakeGonePorts();
-    const auto hasBeenAway = [&gone](const DeviceAddress& address) {
-        return std::find(gone.begin(), gone.end(), address.name) != gone.end();
-    };
-    std::erase_if(found.outputs, hasBeenAway);
-    std::erase_if(found.inputs, hasBeenAway);
+    LeaveOut(found, server_->TakeGonePorts());
     return found;
 }
 
