@@ -26,7 +26,7 @@ std::vector<DeviceAddress> AlsaPorts(std::optional<Client>& client) {
     const unsigned int count = client->getPortCount();
     for (unsigned int index = 0; index < count; ++index)
         if (std::string name = client->getPortName(index); !name.empty() && !IsOwnPort(name))
-            found.push_back({DeviceSystem::kAlsa, std::move(name), nullptr});
+            found.push_back({DeviceSystem::kAlsa, std::move(name), nullptr, {}});
     std::stable_partition(found.begin(), found.end(),
                           [](const DeviceAddress& address) { return !IsLoop(address.name); });
     return found;
@@ -34,9 +34,9 @@ std::vector<DeviceAddress> AlsaPorts(std::optional<Client>& client) {
 
 std::vector<DeviceAddress> JackPorts(const std::shared_ptr<JackServer>& server, unsigned long direction) {
     std::vector<DeviceAddress> found;
-    for (std::string& name : server->GetPorts(direction))
+    for (const std::string& name : server->GetPorts(direction))
         if (!IsOwnPort(name))
-            found.push_back({DeviceSystem::kJack, std::move(name), server});
+            found.push_back(DeviceAddress::OfJack(name, server->GetAlias(name), server));
     return found;
 }
 
