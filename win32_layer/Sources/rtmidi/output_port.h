@@ -2,13 +2,13 @@
 
 #include <RtMidi.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "device_address.h"
 #include "jack_server.h"
+#include "wire_backlog.h"
 
 namespace win32_layer {
 
@@ -41,8 +41,6 @@ public:
     std::string Send(const std::uint8_t* bytes, std::size_t count);
 
 private:
-    using Time = std::chrono::steady_clock::time_point;
-
     bool FitsIntoCycle(std::size_t count);
 
     const DeviceAddress address_;  // first: its server's other clients have to go before it
@@ -55,8 +53,7 @@ private:
     std::size_t sentInCycle_ = 0;
     std::size_t sentBefore_ = 0;
     std::size_t unchecked_ = 0;  // bytes since RtMidi's client was last seen alive
-    // ALSA: when the driver has sent everything, as a MIDI cable takes it.
-    Time wireIsFree_{};
+    WireBacklog backlog_;        // ALSA's driver's
 };
 
 }  // namespace win32_layer
