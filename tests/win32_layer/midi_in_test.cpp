@@ -39,7 +39,7 @@ std::string Hex(const Bytes& bytes) {
 }
 
 /// An input that keeps what it hears, as text: "903C40" for a message, without the zeros
-/// at its end; "L..." for a filled buffer, "E..." for one that was broken off; "open" and
+/// at its end, "!..." for one that was lost; "L..." for a filled buffer, "E..." for one that was broken off; "open" and
 /// "close".
 class MidiInLayer : public testing::Test {
 protected:
@@ -101,11 +101,11 @@ protected:
         auto& test = *reinterpret_cast<MidiInLayer*>(instance);
         EXPECT_EQ(test.running_.fetch_add(1), test.nesting_);
         std::string text;
-        if (message == MIM_DATA) {
+        if (message == MIM_DATA || message == MIM_ERROR) {
             Bytes bytes;
             for (DWORD_PTR rest = parameter; rest != 0 || bytes.empty(); rest >>= 8)
                 bytes.push_back(static_cast<std::uint8_t>(rest));
-            text = Hex(bytes);
+            text = (message == MIM_ERROR ? "!" : "") + Hex(bytes);
         } else if (message == MIM_LONGDATA || message == MIM_LONGERROR) {
             const auto& header = *reinterpret_cast<const MIDIHDR*>(parameter);
             EXPECT_EQ(header.dwFlags & (MHDR_DONE | MHDR_INQUEUE), DWORD{MHDR_DONE});
@@ -297,9 +297,43 @@ TEST_F(MidiInLayer, WhatLiesBehindAFloodIsNotJoinedToWhatCameBefore) {
         device_->Send({0x90, 61});
         device_->Send({65});  // lost
     }
-    WaitToHear("903C40");
+    WaitToHear("!41");
     device_->Send({66, 0xB0, 1, 2});
-    EXPECT_THAT(Hear(), ElementsAre("FA", "903C40", "B00102"));
+    EXPECT_THAT(Hear(), ElementsAre("FA", "903C40", "!41", "B00102"));
+    Close();
+}
+
+TEST_F(MidiInLayer, WhatAFloodHasDroppedIsToldInItsPlaceOncePerGap) {
+    std::mutex gate;
+    onData_ = [&gate] { const std::lock_guard wait(gate); };
+    OpenAndStart();
+    AddBuffers(3, 4);
+    // kept: what still finds room, of which the rest is filled by data without status.
+    const auto flood = [&](const Bytes& kept, const std::vector<Bytes>& dropped, const std::string& last) {
+        while (running_ != 0)  // ends: the gate is open
+            std::this_thread::yield();
+        {
+            const std::lock_guard held(gate);
+            device_->Send({0xFA});
+            WaitToHear("FA");
+            device_->Send(Bytes(256 * 1024 - kept.size(), 1));
+            device_->Send(kept);
+            for (const Bytes& message : dropped)
+                device_->Send(message);
+        }
+        WaitToHear(last);
+    };
+    flood({}, {{0x90, 60, 64}, {0x80, 60, 64}, {0xB0, 64, 0}}, "!903C40");
+    EXPECT_THAT(Hear(), ElementsAre("FA", "!903C40")) << "of several the first";
+    flood({}, {{0xF0, 1, 0xF7}, {0xF0, 2, 0xF7}}, "E");
+    EXPECT_THAT(Hear(), ElementsAre("FA", "E")) << "a buffer, empty";
+    flood({0xF0, 5}, {{6, 0xF7}, {0xC0, 7}}, "!C007");
+    EXPECT_THAT(Hear(), ElementsAre("FA", "EF005", "!C007")) << "the buffer that was begun";
+    flood({}, {{0xF0, 1, 0xF7}}, "E");
+    flood({}, {{0xF0, 1, 0xF7}, {0x90, 61, 64}}, "!903D40");
+    EXPECT_THAT(Hear(), ElementsAre("FA", "E", "FA", "!903D40")) << "no buffer is left";
+    device_->Send({0x90, 62, 64});
+    EXPECT_THAT(Hear(), ElementsAre("903E40"));
     Close();
 }
 

@@ -1,5 +1,6 @@
 #include "midi_inputs.h"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -13,6 +14,8 @@ namespace {
 
 constexpr DWORD_PTR kHandleStep = 16;
 constexpr std::uint8_t kSysExStart = 0xF0;
+constexpr std::uint8_t kSysExEnd = 0xF7;
+constexpr std::size_t kShortMessageBytes = 3;
 // What may wait for a program: about a minute of everything that a cable carries.
 constexpr std::size_t kMostWaitingBytes = 256 * 1024;
 
@@ -195,12 +198,27 @@ void MidiInputs::Arrive(Input& input, const std::uint8_t* bytes, std::size_t cou
     if (!input.isStarted)
         return;
     if (input.arrivedBytes + count > kMostWaitingBytes) {
-        input.hasGap = true;
-        return;
+        KeepLoss(input, bytes, count, TimeOf(input, now));
+    } else {
+        input.arrivals.push_back({{bytes, bytes + count}, TimeOf(input, now), std::exchange(input.hasGap, false), {}});
+        input.arrivedBytes += count;
     }
-    input.arrivals.push_back({{bytes, bytes + count}, TimeOf(input, now), std::exchange(input.hasGap, false)});
-    input.arrivedBytes += count;
     input.changed.notify_all();
+}
+
+void MidiInputs::KeepLoss(Input& input, const std::uint8_t* bytes, std::size_t count, DWORD time) {
+    // One for all that are dropped in a row: what waits stays bounded.
+    if (input.arrivals.empty() || !input.arrivals.back().loss)
+        input.arrivals.push_back({{}, time, true, Loss{}});
+    Loss& loss = *input.arrivals.back().loss;
+    const auto isSysEx = [](std::uint8_t byte) { return byte == kSysExStart || byte == kSysExEnd; };
+    if (std::any_of(bytes, bytes + count, isSysEx)) {
+        loss.hasSysEx = true;
+    } else if (!loss.shortMessage) {
+        loss.shortMessage = 0;
+        for (std::size_t i = 0; i < std::min(count, kShortMessageBytes); ++i)
+            *loss.shortMessage |= DWORD{bytes[i]} << 8 * i;
+    }
 }
 
 void MidiInputs::Drop(Input& input) {
@@ -229,8 +247,14 @@ void MidiInputs::Parse(Input& input, const Arrival& arrival, Lock& lock) {
     if (arrival.isBehindGap) {
         input.parser = {};
         input.discardsSysEx = false;
-        if (AwaitTurn(input, start, lock))
+        if (AwaitTurn(input, start, lock)) {
+            // What has been begun stands for what was dropped.
+            if (arrival.loss && arrival.loss->hasSysEx && !input.filling)
+                input.filling = input.buffers.Pop();
             ReturnFilling(input, MIM_LONGERROR, time, lock);
+        }
+        if (arrival.loss && arrival.loss->shortMessage && AwaitTurn(input, start, lock))
+            Call(input, MIM_ERROR, *arrival.loss->shortMessage, time, lock);
     }
     for (const std::uint8_t byte : arrival.bytes) {
         if (!AwaitTurn(input, start, lock))

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -32,7 +33,9 @@ namespace win32_layer {
 ///          No device and no callback runs under it. Devices take it in their sinks.
 /// Errors:  the platform's results. A handle is never used again, so one that was
 ///          closed stays MMSYSERR_INVALHANDLE. What a program is too slow to take is
-///          dropped beyond a bound: the messages after it are whole.
+///          dropped beyond a bound: the messages after it are whole, and before them the
+///          program is told, by MIM_ERROR with the first short message of those that were
+///          dropped, and by MIM_LONGERROR with a buffer for a system-exclusive one.
 class MidiInputs {
 public:
     using Callback = void(CALLBACK*)(HMIDIIN, UINT, DWORD_PTR, DWORD_PTR, DWORD_PTR);
@@ -68,11 +71,17 @@ public:
 private:
     using Lock = std::unique_lock<std::mutex>;
 
-    /// Bytes that came together.
+    /// What was dropped, of messages that came one after the other.
+    struct Loss {
+        bool hasSysEx = false;
+        std::optional<DWORD> shortMessage;  // the first, as MIM_DATA has it
+    };
+    /// Bytes that came together, or none where some were dropped.
     struct Arrival {
         std::vector<std::uint8_t> bytes;
         DWORD time;        // milliseconds since the start
         bool isBehindGap;  // must not be joined on to what came before
+        std::optional<Loss> loss;
     };
     struct Input {
         HMIDIIN handle = nullptr;     // set before the input is known to anyone,
@@ -101,6 +110,7 @@ private:
 
     std::shared_ptr<Input> Find(HMIDIIN handle) const;
     void Arrive(Input& input, const std::uint8_t* bytes, std::size_t count);
+    static void KeepLoss(Input& input, const std::uint8_t* bytes, std::size_t count, DWORD time);
     void Run(const std::shared_ptr<Input>& input);
     /// From here on called with mutex_ held by lock, which is given up while a callback
     /// runs. What calls back is called where no callback runs but for one that this

@@ -26,7 +26,7 @@ std::vector<DeviceAddress> AlsaPorts(std::optional<Client>& client) {
     const unsigned int count = client->getPortCount();
     for (unsigned int index = 0; index < count; ++index)
         if (std::string name = client->getPortName(index); !name.empty() && !IsOwnPort(name))
-            found.push_back({RtMidi::LINUX_ALSA, std::move(name), nullptr});
+            found.push_back({DeviceSystem::kAlsa, std::move(name), nullptr, {}});
     std::stable_partition(found.begin(), found.end(),
                           [](const DeviceAddress& address) { return !IsLoop(address.name); });
     return found;
@@ -34,10 +34,18 @@ std::vector<DeviceAddress> AlsaPorts(std::optional<Client>& client) {
 
 std::vector<DeviceAddress> JackPorts(const std::shared_ptr<JackServer>& server, unsigned long direction) {
     std::vector<DeviceAddress> found;
-    for (std::string& name : server->GetPorts(direction))
+    for (const std::string& name : server->GetPorts(direction))
         if (!IsOwnPort(name))
-            found.push_back({RtMidi::UNIX_JACK, std::move(name), server});
+            found.push_back(DeviceAddress::OfJack(name, server->GetAlias(name), server));
     return found;
+}
+
+void LeaveOut(FoundDevices& found, const std::vector<std::string>& away) {
+    const auto hasBeenAway = [&away](const DeviceAddress& address) {
+        return std::find(away.begin(), away.end(), address.name) != away.end();
+    };
+    std::erase_if(found.outputs, hasBeenAway);
+    std::erase_if(found.inputs, hasBeenAway);
 }
 
 }  // namespace
@@ -60,6 +68,11 @@ FoundDevices AlsaFinder::Find() {
         outputs_.reset();
         inputs_.reset();
     }
+    std::vector<std::string> names;
+    for (const auto* const addresses : {&found.outputs, &found.inputs})
+        for (const DeviceAddress& address : *addresses)
+            names.push_back(address.name);
+    LeaveOut(found, history_.TakeReplugged(names));
     return found;
 }
 
@@ -81,12 +94,7 @@ FoundDevices JackFinder::Find() {
         return {};
     // What takes messages is a server's input, and the program's output.
     FoundDevices found = {JackPorts(server_, JackPortIsInput), JackPorts(server_, JackPortIsOutput)};
-    const std::vector<std::string> gone = server_->TakeGonePorts();
-    const auto hasBeenAway = [&gone](const DeviceAddress& address) {
-        return std::find(gone.begin(), gone.end(), address.name) != gone.end();
-    };
-    std::erase_if(found.outputs, hasBeenAway);
-    std::erase_if(found.inputs, hasBeenAway);
+    LeaveOut(found, server_->TakeGonePorts());
     return found;
 }
 

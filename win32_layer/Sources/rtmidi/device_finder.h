@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "device_address.h"
+#include "jack_server.h"
+#include "replug_history.h"
 
 namespace win32_layer {
 
@@ -32,15 +34,15 @@ class AlsaFinder : public DeviceFinder {
 public:
     /// The kernel's loop comes last: no instrument is behind it.
     ///
-    /// A device that is unplugged and plugged in again between two looks, and gets its old
-    /// number from the kernel, is not seen to have been away. The kernel has dropped the
-    /// connection: the device stays silent until it is unplugged for longer than the time
-    /// between two looks. RtMidi does not pass on the sequencer's announcements, which tell.
+    /// A device that has been unplugged since the last look is left out once even if it is
+    /// back under its old number: the kernel has dropped its connection. RtMidi does not pass
+    /// on the sequencer's announcements, which tell; the nodes of the sound cards do.
     FoundDevices Find() override;
 
 private:
     std::optional<RtMidiOut> outputs_;
     std::optional<RtMidiIn> inputs_;
+    ReplugHistory history_{&ReplugHistory::InodeOfControl};
 };
 
 class JackFinder : public DeviceFinder {

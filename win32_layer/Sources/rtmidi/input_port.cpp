@@ -5,14 +5,15 @@
 #include <vector>
 
 #include "client_name.h"
+#include "jack_server.h"
 #include "port_opening.h"
 
 namespace win32_layer {
 
 InputPort::InputPort(const DeviceAddress& address, Receiver receiver)
-    : address_(address), receiver_(std::move(receiver)), input_(address.api, kClientName) {
+    : address_(address), receiver_(std::move(receiver)), input_(ApiOf(address), kClientName) {
     WriteErrorsTo(input_, complaint_);
-    if (input_.getCurrentApi() != address.api)
+    if (input_.getCurrentApi() != ApiOf(address))
         throw std::runtime_error("RtMidi lacks this kind of device");
     // Time code, clocks and the sensing of a live cable among them: whoever reads, chooses.
     input_.ignoreTypes(false, false, false);

@@ -49,6 +49,16 @@ bool JackServer::HasPort(const std::string& name) const {
     return jack_port_by_name(client_, name.c_str()) != nullptr;
 }
 
+std::string JackServer::GetAlias(const std::string& name) const {
+    const jack_port_t* const port = jack_port_by_name(client_, name.c_str());
+    if (!port)
+        return {};
+    const auto size = static_cast<std::size_t>(jack_port_name_size()) + 1;
+    std::vector<char> first(size), second(size);
+    char* const aliases[] = {first.data(), second.data()};
+    return jack_port_get_aliases(port, aliases) > 0 ? std::string(first.data()) : std::string();
+}
+
 std::vector<std::string> JackServer::TakeGonePorts() {
     const std::lock_guard lock(mutex_);
     return std::exchange(gone_, {});

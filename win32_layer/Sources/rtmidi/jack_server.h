@@ -40,6 +40,8 @@ public:
     /// MIDI ports, in the server's order. flags: as the library has them.
     std::vector<std::string> GetPorts(unsigned long flags) const;
     bool HasPort(const std::string& name) const;
+    /// The first other name of that port; empty where it has none, or has gone.
+    std::string GetAlias(const std::string& name) const;
     /// Names of ports that have gone since the last call, of whatever kind, even if they are
     /// back: one that is has lost its connections.
     std::vector<std::string> TakeGonePorts();

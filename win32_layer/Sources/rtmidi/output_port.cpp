@@ -1,6 +1,6 @@
 #include "output_port.h"
 
-#include <algorithm>
+#include <chrono>
 #include <stdexcept>
 
 #include "client_name.h"
@@ -23,14 +23,12 @@ constexpr std::size_t kMostUnchecked = 8192;
 // The kernel passes a message on at once, into a driver's buffer of 4,096 bytes, and has
 // room for half of it as events.
 constexpr std::size_t kAlsaPiece = 1024;
-constexpr std::chrono::microseconds kWireTimePerByte{320};  // MIDI 1.0: 31,250 baud
-constexpr auto kLongestBacklog = kWireTimePerByte * 2048;
 
 }  // namespace
 
-OutputPort::OutputPort(const DeviceAddress& address) : address_(address), output_(address.api, kClientName) {
+OutputPort::OutputPort(const DeviceAddress& address) : address_(address), output_(ApiOf(address), kClientName) {
     WriteErrorsTo(output_, complaint_);
-    if (output_.getCurrentApi() != address.api)
+    if (output_.getCurrentApi() != ApiOf(address))
         throw std::runtime_error("RtMidi lacks this kind of device");
     ownPort_ = OpenPort(output_, address_, "out", complaint_);
     if (address_.server)
@@ -47,13 +45,7 @@ std::size_t OutputPort::GetLongestPiece() const {
 }
 
 bool OutputPort::IsReadyFor(std::size_t count) {
-    if (address_.server)
-        return FitsIntoCycle(count);
-    // Few bytes fit in any case; the music need not wait for the reckoning.
-    if (count <= kShortMessageBytes)
-        return true;
-    const auto backlog = wireIsFree_ - SteadyClock::now();
-    return backlog + kWireTimePerByte * static_cast<std::int64_t>(count) <= kLongestBacklog;
+    return address_.server ? FitsIntoCycle(count) : backlog_.HasRoomFor(count, SteadyClock::now());
 }
 
 bool OutputPort::FitsIntoCycle(std::size_t count) {
@@ -84,7 +76,7 @@ bool OutputPort::HasLeft() const {
 std::string OutputPort::Send(const std::uint8_t* bytes, std::size_t count) {
     complaint_.clear();
     output_.sendMessage(bytes, count);
-    wireIsFree_ = std::max(wireIsFree_, SteadyClock::now()) + kWireTimePerByte * static_cast<std::int64_t>(count);
+    backlog_.Add(count, SteadyClock::now());
     return complaint_;
 }
 

@@ -2,12 +2,14 @@
 
 #include <RtMidi.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "device_address.h"
+#include "jack_server.h"
+#include "message_port.h"
+#include "wire_backlog.h"
 
 namespace win32_layer {
 
@@ -20,28 +22,21 @@ namespace win32_layer {
 ///          hangs; Send() does not where IsReadyFor() was true.
 /// Lock:    none.
 /// Errors:  std::runtime_error from the constructor, with one line.
-class OutputPort {
+class OutputPort : public MessagePort {
 public:
     explicit OutputPort(const DeviceAddress& address);
-    ~OutputPort();
+    ~OutputPort() override;
     OutputPort(const OutputPort&) = delete;
     OutputPort& operator=(const OutputPort&) = delete;
 
-    /// The longest piece of a message that may be sent at once, in bytes.
-    std::size_t GetLongestPiece() const;
-    /// False once nothing can be sent any more.
-    bool IsConnected() const { return !address_.server || address_.server->IsRunning(); }
-    /// Whether so many bytes can be sent now.
-    bool IsReadyFor(std::size_t count);
-    /// Whether what was sent is beyond what the destructor takes back: RtMidi's buffer, and
-    /// the cycle that a server hands on.
-    bool HasLeft() const;
-    /// A message, or a piece of one. Returns what the system has to say against it.
-    std::string Send(const std::uint8_t* bytes, std::size_t count);
+    std::size_t GetLongestPiece() const override;
+    bool IsConnected() const override { return !address_.server || address_.server->IsRunning(); }
+    bool IsReadyFor(std::size_t count) override;
+    /// Beyond RtMidi's buffer, and the cycle that a server hands on.
+    bool HasLeft() const override;
+    std::string Send(const std::uint8_t* bytes, std::size_t count) override;
 
 private:
-    using Time = std::chrono::steady_clock::time_point;
-
     bool FitsIntoCycle(std::size_t count);
 
     const DeviceAddress address_;  // first: its server's other clients have to go before it
@@ -54,8 +49,7 @@ private:
     std::size_t sentInCycle_ = 0;
     std::size_t sentBefore_ = 0;
     std::size_t unchecked_ = 0;  // bytes since RtMidi's client was last seen alive
-    // ALSA: when the driver has sent everything, as a MIDI cable takes it.
-    Time wireIsFree_{};
+    WireBacklog backlog_;        // ALSA's driver's
 };
 
 }  // namespace win32_layer

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "client_name.h"
+#include "jack_server.h"
 
 namespace win32_layer {
 
@@ -37,6 +38,10 @@ void Connect(RtMidi& client, const std::string& name, const char* ownName, std::
 }
 
 }  // namespace
+
+RtMidi::Api ApiOf(const DeviceAddress& address) {
+    return address.system == DeviceSystem::kAlsa ? RtMidi::LINUX_ALSA : RtMidi::UNIX_JACK;
+}
 
 std::string OpenPort(RtMidi& client, const DeviceAddress& address, const char* ownName, std::string& complaint) {
     if (!address.server) {

@@ -8,6 +8,9 @@
 
 namespace win32_layer {
 
+/// RtMidi's word for the address's system.
+RtMidi::Api ApiOf(const DeviceAddress& address);
+
 /// Connects RtMidi's client with the port of that address, which has to be of that client's
 /// kind and direction. ownName: of the client's end. complaint: where the client's error
 /// callback writes. Returns JACK's name of the client's end; empty for ALSA.

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "device_watcher.h"
+#include "jack_server.h"
 #include "port_line.h"
 #include "win32_layer/layer.h"
 

@@ -18,9 +18,10 @@ namespace win32_layer {
 ///
 /// Owner:   see MidiOutputDevice; and whoever watches the system's devices.
 /// Threads: see MidiOutputDevice. Open() waits two seconds at most, the rest for nothing.
-/// Lock:    one for the line and one of the line's, leaves; never held while the system is
+/// Lock:    one for the line, a leaf, and two of the line's; never held while the system is
 ///          called.
-/// Errors:  what a full queue refuses is lost and told, and so is what the system refuses.
+/// Errors:  what a full queue refuses is lost and told, and so is what the system refuses
+///          and what waits for too long at the end.
 class RealOutput : public MidiOutputDevice {
 public:
     RealOutput(DeviceAddress address, RealDevices::Say say);
@@ -30,7 +31,7 @@ public:
     std::wstring GetName() const override;
     std::string GetIdentity() const override;
     bool Open() override;
-    /// What waits may still be sent for half a second.
+    /// What waits may still be sent for half a second, and short messages for a second.
     void Close() override;
     void Play(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds time) override;
 

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "device_address.h"
+#include "win32_layer/win32_layer_export.h"
 
 namespace win32_layer {
 
@@ -11,7 +12,7 @@ namespace win32_layer {
 ///
 /// Owner:   a watcher, by value.
 /// Threads: the watcher's.
-class Refusals {
+class WIN32_LAYER_EXPORT Refusals {
 public:
     /// Counts a look, and forgets what has gone: plugged in again it may be well.
     void BeginLook(const std::vector<DeviceAddress>& found);

@@ -1,6 +1,7 @@
 #include "device_address.h"
 
 #include <cstddef>
+#include <utility>
 
 namespace win32_layer {
 
@@ -34,10 +35,26 @@ std::string Shorten(const std::string& name) {
     return name.substr(0, head) + "~" + name.substr(tail);
 }
 
+std::string NameOfAlias(const std::string& alias) {
+    const std::size_t behindDriver = alias.find(':') + 1;  // 0 without one
+    std::string name = behindDriver < alias.size() ? alias.substr(behindDriver) : alias;
+    if (const std::size_t port = name.rfind('/'); port != std::string::npos)
+        name[port] = ' ';
+    return name;
+}
+
 }  // namespace
 
+DeviceAddress DeviceAddress::OfJack(std::string name, std::string alias, std::shared_ptr<JackServer> server) {
+    if (!name.starts_with("system:"))
+        alias.clear();
+    return {DeviceSystem::kJack, std::move(name), std::move(server), std::move(alias)};
+}
+
 std::string DeviceAddress::GetDisplayName() const {
-    const auto number = api == RtMidi::LINUX_ALSA ? name.find_last_not_of("0123456789:") : std::string::npos;
+    if (!alias.empty())
+        return NameOfAlias(alias);
+    const auto number = system == DeviceSystem::kAlsa ? name.find_last_not_of("0123456789:") : std::string::npos;
     const bool isNumbered = number != std::string::npos && number + 1 < name.size() && name[number] == ' ';
     return isNumbered ? name.substr(0, number) : name;
 }
@@ -51,7 +68,7 @@ std::wstring DeviceAddress::GetPlatformName() const {
 }
 
 std::string DeviceAddress::GetIdentity() const {
-    return RtMidi::getApiName(api) + ":" + GetDisplayName();
+    return (system == DeviceSystem::kAlsa ? "alsa:" : "jack:") + GetDisplayName();
 }
 
 }  // namespace win32_layer
