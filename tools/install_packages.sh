@@ -4,10 +4,12 @@
 set -euo pipefail
 
 packages=()
+# JACK's library is named with RtMidi, of which it is a part: left to choose, apt takes the one that the group "check",
+# whose server needs the other, would put out again, and RtMidi with it.
 for group in "$@"; do
     case $group in
         play) packages+=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libncurses-dev
-                         librtmidi-dev) ;;
+                         libjack-jackd2-dev librtmidi-dev) ;;
         check) packages+=(libgtest-dev libgmock-dev libbenchmark-dev clang-16 libclang-rt-16-dev clang-format-16
                           clang-tidy-16 python3 python3-jsonschema python3-mido jackd2 python3-jack-client) ;;
         windows) packages+=(g++-mingw-w64-x86-64-posix python3) ;;
@@ -43,9 +45,9 @@ apt() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get -q -y -o DPkg::Lock::Timeout=300 "$@" </dev/null >>"$log" 2>&1
 }
-# Without the network an old list of packages may still do.
+# Without the network an old list of packages may still do. What is here already is not ours to remove.
 apt update || true
-if ! apt install --no-install-recommends "${missing[@]}"; then
+if ! apt install --no-install-recommends --no-remove "${missing[@]}"; then
     tail -n 30 "$log" >&2
     echo "apt-get could not install ${missing[*]} (see above; written for Debian 12)" >&2
     exit 1
