@@ -110,6 +110,10 @@ struct ScreenModel {
     /// Of the latest command of this screen that was refused or had something to say.
     std::string answer;
     bool answerIsRefusal = false;
+    std::uint64_t answeredBehind = 0;  // the number of the newest message by then
+
+    /// What has been said since that answer, and is not the answer; empty: nothing.
+    std::string GetNewsBehindAnswer() const;
 
 private:
     const Entry* EntryAt(std::size_t at) const { return at > 0 && at <= setList.size() ? &setList[at - 1] : nullptr; }

@@ -142,6 +142,11 @@ void TakePosition(const Json& json, ScreenModel& model) {
 
 }  // namespace
 
+std::string ScreenModel::GetNewsBehindAnswer() const {
+    const bool isNews = !messages.empty() && messages.back().number > answeredBehind && messages.back().text != answer;
+    return isNews ? messages.back().text : std::string();
+}
+
 bool ScreenModel::Take(std::string_view line) {
     const Json json = Json::parse(line, nullptr, false);
     if (!json.is_object())
@@ -153,6 +158,7 @@ bool ScreenModel::Take(std::string_view line) {
         Get(json, "message", message);
         answerIsRefusal = !done;
         answer = message;
+        answeredBehind = messages.empty() ? 0 : messages.back().number;
         return true;
     }
     if (json.contains("state"))

@@ -558,9 +558,12 @@ private:
         if (prompt.empty() && !model_.learning.empty())
             prompt = "Press the pedal for " + model_.learning + " (no pedal fires meanwhile)" +
                      (keys_.ShowsPedals() ? ".  Any key gives up" : "");
+        const std::string news = model_.GetNewsBehindAnswer();
         if (!prompt.empty())
             canvas_.Put(row, 0, frame_.columns, " " + prompt + " ", ScreenText::kBold | ScreenText::kReverse);
-        else if (!model_.answer.empty())
+        else if (keys_.ShowsPedals() && !news.empty())  // which covers the messages
+            canvas_.Put(row, 1, frame_.columns - 2, news, ScreenText::kBold);
+        else if (!model_.answer.empty() && news.empty())
             canvas_.Put(row, 1, frame_.columns - 2, model_.answer,
                         ScreenText::kBold | (model_.answerIsRefusal ? ScreenText::kBad : 0u));
         else if (model_.showControlRefused > 0)

@@ -15,7 +15,9 @@ namespace {
 
 using namespace std::chrono_literals;
 using Keys = OperatorKeys;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 const Keys::Time kNow{1h};
 
@@ -290,6 +292,13 @@ TEST(OperatorKeys, PedalsAreLearnedInRehearsalAlone) {
     model.learning = "Stop";
     EXPECT_THAT(Joined(Draw(model, keys, 80, 24)), HasSubstr("Press the pedal for Stop"));
     EXPECT_EQ(Press(keys, Keys::kEscape, model), "give up learning");
+    model.learning.clear();
+    model.Take(R"({"done":true,"message":"press it"})");
+    model.Take(R"({"state":{"messages":[{"number":900,"text":"press it"}]}})");
+    EXPECT_THAT(Joined(Draw(model, keys, 80, 24)), HasSubstr("press it"));
+    model.Take(R"({"state":{"messages":[{"number":900,"text":"press it"},{"number":901,"text":"Stop: note 61"}]}})");
+    EXPECT_THAT(Joined(Draw(model, keys, 80, 24)), AllOf(HasSubstr("Stop: note 61"), Not(HasSubstr("press it"))));
+    model.learning = "Stop";
     EXPECT_TRUE(keys.ShowsPedals());
     EXPECT_EQ(Press(keys, 'x', model), "panic");
     model.learning.clear();
