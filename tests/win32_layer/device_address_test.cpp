@@ -1,4 +1,4 @@
-#include "win32_layer/Sources/device_address.h"
+#include "win32_layer/Sources/real_devices/device_address.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "win32_layer/Sources/message_queue.h"
+#include "win32_layer/Sources/real_devices/message_queue.h"
 
 #include <gtest/gtest.h>
 

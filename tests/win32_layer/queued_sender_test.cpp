@@ -1,4 +1,4 @@
-#include "win32_layer/Sources/queued_sender.h"
+#include "win32_layer/Sources/real_devices/queued_sender.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "win32_layer/Sources/refusals.h"
+#include "win32_layer/Sources/real_devices/refusals.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

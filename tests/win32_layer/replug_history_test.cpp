@@ -1,4 +1,4 @@
-#include "win32_layer/Sources/replug_history.h"
+#include "win32_layer/Sources/real_devices/replug_history.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

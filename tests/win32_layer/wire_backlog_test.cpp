@@ -1,4 +1,4 @@
-#include "win32_layer/Sources/wire_backlog.h"
+#include "win32_layer/Sources/real_devices/wire_backlog.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "device_address.h"
-#include "win32_layer/win32_layer_export.h"
 
 namespace win32_layer {
 
@@ -12,7 +11,7 @@ namespace win32_layer {
 ///
 /// Owner:   a watcher, by value.
 /// Threads: the watcher's.
-class WIN32_LAYER_EXPORT Refusals {
+class Refusals {
 public:
     /// Counts a look, and forgets what has gone: plugged in again it may be well.
     void BeginLook(const std::vector<DeviceAddress>& found);

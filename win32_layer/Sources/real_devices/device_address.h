@@ -3,8 +3,6 @@
 #include <memory>
 #include <string>
 
-#include "win32_layer/win32_layer_export.h"
-
 namespace win32_layer {
 
 class JackServer;
@@ -12,7 +10,7 @@ class JackServer;
 enum class DeviceSystem { kAlsa, kJack };
 
 /// A MIDI port of the system.
-struct WIN32_LAYER_EXPORT DeviceAddress {
+struct DeviceAddress {
     DeviceSystem system = DeviceSystem::kAlsa;
     std::string name;                    // as RtMidi has it
     std::shared_ptr<JackServer> server;  // JACK's alone

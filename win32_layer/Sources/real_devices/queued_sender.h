@@ -12,7 +12,6 @@
 
 #include "message_port.h"
 #include "message_queue.h"
-#include "win32_layer/win32_layer_export.h"
 
 namespace win32_layer {
 
@@ -24,7 +23,7 @@ namespace win32_layer {
 /// Lock:    mutex_, a leaf; not held while the port is called.
 /// Errors:  what a full queue refuses is lost and told, and so is what the system refuses and
 ///          what could not be sent before the end.
-class WIN32_LAYER_EXPORT QueuedSender {
+class QueuedSender {
 public:
     using Time = std::chrono::steady_clock::time_point;
     /// One line for the operator; must only post.

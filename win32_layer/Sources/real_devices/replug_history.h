@@ -8,8 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "win32_layer/win32_layer_export.h"
-
 namespace win32_layer {
 
 /// Tells which of ALSA's devices have been unplugged and plugged in again since the last
@@ -19,7 +17,7 @@ namespace win32_layer {
 /// Owner:   ALSA's finder, by value.
 /// Threads: one.
 /// Errors:  none: a device whose node cannot be seen counts as having stayed.
-class WIN32_LAYER_EXPORT ReplugHistory {
+class ReplugHistory {
 public:
     /// What stays the same for as long as that sound card is plugged in, and is another
     /// number after that; empty where there is none.

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "win32_layer/win32_layer_export.h"
-
 namespace win32_layer {
 
 /// MIDI messages in their order, until a thread that may block takes them. A fixed ring:
@@ -14,7 +12,7 @@ namespace win32_layer {
 /// Owner:   a line, by value.
 /// Threads: one at a time (the line's lock).
 /// Units:   bytes.
-class WIN32_LAYER_EXPORT MessageQueue {
+class MessageQueue {
 public:
     /// Room for the largest stream buffer three times over.
     static constexpr std::size_t kBytes = std::size_t{1} << 18;

@@ -3,8 +3,6 @@
 #include <chrono>
 #include <cstddef>
 
-#include "win32_layer/win32_layer_export.h"
-
 namespace win32_layer {
 
 /// Reckons what a driver still has to send down a MIDI cable, and what more its buffer takes:
@@ -14,7 +12,7 @@ namespace win32_layer {
 /// Owner:   an output port, by value.
 /// Threads: one.
 /// Units:   bytes; a cable takes 320 microseconds for each (MIDI 1.0: 31,250 baud).
-class WIN32_LAYER_EXPORT WireBacklog {
+class WireBacklog {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
