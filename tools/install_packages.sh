@@ -4,14 +4,20 @@
 set -euo pipefail
 
 packages=()
-# JACK's library is named with RtMidi, of which it is a part: left to choose, apt takes the one that the group "check",
-# whose server needs the other, would put out again, and RtMidi with it.
+# JACK's library is named with RtMidi, which needs one of the two there are: left to choose, apt takes the one that the
+# server of the group "check" would put out again, and RtMidi with it. Who has that one already keeps it for playing.
+if dpkg-query -W -f '${db:Status-Status}' libjack0 2>/dev/null | grep -qx installed; then
+    jack=()
+else
+    jack=(libjack-jackd2-dev)
+fi
 for group in "$@"; do
     case $group in
         play) packages+=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libncurses-dev
-                         libjack-jackd2-dev librtmidi-dev) ;;
+                         "${jack[@]}" librtmidi-dev) ;;
         check) packages+=(libgtest-dev libgmock-dev libbenchmark-dev clang-16 libclang-rt-16-dev clang-format-16
-                          clang-tidy-16 python3 python3-jsonschema python3-mido jackd2 python3-jack-client) ;;
+                          clang-tidy-16 python3 python3-jsonschema python3-mido
+                          jackd2 libjack-jackd2-dev librtmidi-dev python3-jack-client) ;;
         windows) packages+=(g++-mingw-w64-x86-64-posix python3) ;;
         *) echo "install_packages.sh: no group $group" >&2; exit 2 ;;
     esac
@@ -45,9 +51,9 @@ apt() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get -q -y -o DPkg::Lock::Timeout=300 "$@" </dev/null >>"$log" 2>&1
 }
-# Without the network an old list of packages may still do. What is here already is not ours to remove.
+# Without the network an old list of packages may still do.
 apt update || true
-if ! apt install --no-install-recommends --no-remove "${missing[@]}"; then
+if ! apt install --no-install-recommends "${missing[@]}"; then
     tail -n 30 "$log" >&2
     echo "apt-get could not install ${missing[*]} (see above; written for Debian 12)" >&2
     exit 1

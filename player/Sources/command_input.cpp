@@ -121,6 +121,10 @@ bool IsWhole(const std::string& text) {
     return true;
 }
 
+std::string WithoutSource(std::string settings) {
+    return settings.size() < kHeader.size() ? settings : settings.erase(kHeader.size(), kSourceBytes);
+}
+
 fs::path PedalsPathOf(const fs::path& settings) {
     fs::path path = settings;
     path += ".pedals";
@@ -227,7 +231,7 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     const std::string connected = isConnected_ && index < names.size() ? names[index] : std::string();
     // The engine keeps an input that does not start; and where the file could not be told the
     // index of today, it has opened another device.
-    if (!isConnected_ || (!pedals_.input.empty() && connected != pedals_.input)) {
+    if (!isConnected_ || ((nameWasLost || !pedals_.input.empty()) && connected != pedals_.input)) {
         dispatcher_->Disconnect();
         isConnected_ = false;
     }
@@ -556,11 +560,11 @@ void CommandInput::WriteSettings() {
 }
 
 /// Another player that taught pedals meanwhile has not heard of what was learned here, nor
-/// this one of it.
+/// this one of it. One that has only looked may have written where the input is today.
 void CommandInput::KeepWhatOthersWrote() {
     std::error_code error;
     const std::string found = ReadText(path_);
-    if (found == written_ || !fs::exists(path_, error))
+    if (WithoutSource(found) == WithoutSource(written_) || !fs::exists(path_, error))
         return;
     try {
         settings_.say(DisplayText(path_.string()) + ": was changed by another program; " + PutAside(path_, "other"));
@@ -619,7 +623,8 @@ std::string CommandInput::NameOf(unsigned char id) const {
 void CommandInput::Publish() {
     Report report;
     report.input = pedals_.input;
-    report.isKept = settingsTrouble_.empty() && pedalsTrouble_.empty();
+    report.isKept =
+        settingsTrouble_.empty() && pedalsTrouble_.empty() && !(pedalsAreBroken_ && pedals_ != PedalSettings());
     if (commands_) {
         const Learned learned = commands_->GetLearnedCommands();
         report.isOpen = isConnected_ && !isLost_;

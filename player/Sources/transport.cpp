@@ -395,10 +395,14 @@ void Transport::OpenShow(std::shared_ptr<const Show> show) {
     if (timeCode_ && timeCode_->IsActive())
         for (const std::string& moved : DescribeMovedSongs(*show_, timeCode_->GetSender().GetRate()))
             Say(moved);
-    if (commandInput_)
+    CommandInput::Report pedals;
+    if (commandInput_) {
         commandInput_->OpenShow(show_->GetFile(), document.kind);
+        pedals = commandInput_->GetReport();
+    }
+    // Whose file cannot be read have no input that a desk could not share.
     if (showControl_)
-        showControl_->OpenShow(document.showControl, commandInput_ ? commandInput_->GetReport().input : std::string());
+        showControl_->OpenShow(document.showControl, pedals.commands.empty() ? std::string() : pedals.input);
     setList_.clear();
     for (const ShowDocument::SetListEntry& entry : document.setList)
         setList_.push_back({show_->IndexOf(entry.song), entry.then, ++entryIds_});

@@ -268,13 +268,16 @@ TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
         EXPECT_EQ(BindingOf("Play"), "");
     }
     input_.reset();
-    // With a source, which is some device of that index today.
-    folder_.Put("show.json.commands", whole.substr(0, 21) + "\1" + whole.substr(22));
+    // With a source, which is some device of that index today, and cannot be taken out.
+    std::filesystem::permissions(folder_.Put("show.json.commands", whole.substr(0, 21) + "\1" + whole.substr(22)),
+                                 std::filesystem::perms::owner_write, std::filesystem::perm_options::remove);
     folder_.Put("show.json.commands.pedals", "{\"input\": 1}");
     Open();
     EXPECT_FALSE(keys_->IsOpen());
     EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
-    EXPECT_THAT(Said(), ElementsAre(HasSubstr("it is kept as show.json.commands.pedals.damaged")));
+    EXPECT_EQ(input_->GetReport().input, "");
+    EXPECT_THAT(Said(), ElementsAre(HasSubstr("it is kept as show.json.commands.pedals.damaged"),
+                                    HasSubstr("write-protected")));
     input_->SetInput("Pedals");
     Open();
     EXPECT_EQ(input_->GetReport().input, "Pedals") << "what is decided anew is kept";
@@ -312,7 +315,11 @@ TEST_F(CommandInputTest, WhatCannotBeWrittenIsWrittenOnceItCan) {
     const std::string kept = SettingsFile();
     EXPECT_EQ(kept.substr(26), std::string("\2\0\2\x90\0\x3C\4\xC0\x0F\x7F", 10));
 
-    // Another player teaches meanwhile, and neither's pedals are lost.
+    // Another player that only looks notes another index; one that teaches loses nothing, nor does this one.
+    folder_.Put("show.json.commands", kept.substr(0, 22) + "\1" + kept.substr(23));
+    LearnFrom("pause", {0x90, 62, 100});
+    EXPECT_FALSE(fs::exists(folder_ / "show.json.commands.other"));
+    input_->Unlearn("pause");
     const std::string others = kept.substr(0, 26) + std::string("\1\0\3\x90\0\x3D", 6);
     folder_.Put("show.json.commands", others);
     input_->Unlearn("play");

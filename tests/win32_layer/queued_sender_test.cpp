@@ -87,6 +87,13 @@ TEST_F(QueuedSenderTest, ADumpThatWasNotBegunIsNotEnded) {
     EXPECT_THAT(port_.sent, ElementsAre(ElementsAre(0x80, 60, 0)));
 }
 
+TEST_F(QueuedSenderTest, NothingIsSaidWhereTheShortOnesLeaveInTheEnd) {
+    port_.shortOnes = 1;
+    CloseAndRun({{0x80, 60, 0}, {0x80, 61, 0}});
+    EXPECT_EQ(port_.sent.size(), 2u);
+    EXPECT_THAT(said_, IsEmpty());
+}
+
 TEST_F(QueuedSenderTest, ADumpInSeveralBuffersIsEndedWhereItIsCut) {
     port_.longOnes = 2;
     Bytes middle(200, 1);

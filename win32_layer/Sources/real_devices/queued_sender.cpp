@@ -121,13 +121,18 @@ void QueuedSender::SendShortOnes(MessagePort& port, std::vector<std::uint8_t>& m
         const std::lock_guard lock(mutex_);
         unsent += lost_;
     }
-    say_("MIDI output '" + name_ + "' was closed too soon for it: " + std::to_string(unsent) + " messages not sent");
+    if (unsent > 0)
+        say_("MIDI output '" + name_ + "' was closed too soon for it: " + std::to_string(unsent) +
+             " messages not sent");
 }
 
 void QueuedSender::WaitUntilLeft(const MessagePort& port, Time::duration extension) {
-    std::unique_lock lock(mutex_);
-    while (!port.HasLeft() && SteadyClock::now() < *finishBy_ + extension)
+    while (!port.HasLeft()) {
+        std::unique_lock lock(mutex_);
+        if (SteadyClock::now() >= *finishBy_ + extension)
+            return;
         changed_.wait_for(lock, kRoomStep);
+    }
 }
 
 void QueuedSender::TellLosses(bool hasCaughtUp) {
