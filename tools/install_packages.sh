@@ -6,11 +6,8 @@ set -euo pipefail
 packages=()
 # JACK's library is named with RtMidi, which needs one of the two there are: left to choose, apt takes the one that the
 # server of the group "check" would put out again, and RtMidi with it. Who has that one already keeps it for playing.
-if dpkg-query -W -f '${db:Status-Status}' libjack0 2>/dev/null | grep -qx installed; then
-    jack=()
-else
-    jack=(libjack-jackd2-dev)
-fi
+jack=(libjack-jackd2-dev)
+! dpkg-query -W -f '${db:Status-Status}' libjack0 2>/dev/null | grep -qx installed || jack=()
 for group in "$@"; do
     case $group in
         play) packages+=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libncurses-dev

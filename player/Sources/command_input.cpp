@@ -126,9 +126,7 @@ std::string WithoutSource(std::string settings) {
 }
 
 fs::path PedalsPathOf(const fs::path& settings) {
-    fs::path path = settings;
-    path += ".pedals";
-    return path;
+    return fs::path(settings) += ".pedals";
 }
 
 std::string ReadText(const fs::path& path) {
@@ -148,14 +146,11 @@ void WriteText(const fs::path& path, const std::string& text) {
 std::string PutAside(const fs::path& path, const std::string& why) {
     if (!fs::is_regular_file(path))
         throw std::runtime_error("it is no plain file");
-    const auto named = [&path, &why](const std::string& count) {
-        fs::path aside = path;
-        return aside += "." + why + count;
-    };
-    fs::path aside = named("");
+    const fs::path first = fs::path(path) += "." + why;
+    fs::path aside = first;
     std::error_code error;
     for (int count = 2; fs::exists(aside, error); ++count)
-        aside = named(std::to_string(count));
+        aside = fs::path(first) += std::to_string(count);
     fs::rename(path, aside);
     return "it is kept as " + DisplayText(aside.filename().string());
 }
@@ -181,9 +176,7 @@ CommandInput::~CommandInput() {
 }
 
 fs::path CommandInput::SettingsPathFor(const fs::path& showFile) {
-    fs::path path = showFile;
-    path += ".commands";
-    return path;
+    return fs::path(showFile) += ".commands";
 }
 
 void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
@@ -215,6 +208,7 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
         }
     }
     if (!PrepareSettingsFile(nameWasLost)) {
+        settings_.say(whyClosed_);
         path_.clear();
         Publish();
         return;
@@ -225,16 +219,19 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     const std::u8string path = path_.u8string();
     hasStarted_ = false;
     commands_ = std::make_unique<midi_commands::MidiCommands>(*dispatcher_, std::string(path.begin(), path.end()));
-    isConnected_ = hasStarted_;
-    const std::vector<std::string> names = MidiInput::GetNames();
-    const unsigned char index = isConnected_ ? commands_->GetConnectedSourceIndex() : 0;
-    const std::string connected = isConnected_ && index < names.size() ? names[index] : std::string();
+    std::string connected;
+    if (hasStarted_) {
+        const std::vector<std::string> names = MidiInput::GetNames();
+        if (const unsigned char index = commands_->GetConnectedSourceIndex(); index < names.size())
+            connected = names[index];
+    }
     // The engine keeps an input that does not start; and where the file could not be told the
     // index of today, it has opened another device.
-    if (!isConnected_ || ((nameWasLost || !pedals_.input.empty()) && connected != pedals_.input)) {
+    isConnected_ = hasStarted_ && ((!nameWasLost && pedals_.input.empty()) || connected == pedals_.input);
+    if (isConnected_)
+        pedals_.input = connected;
+    else
         dispatcher_->Disconnect();
-        isConnected_ = false;
-    }
     written_ = ReadText(path_);
     {
         const std::lock_guard firing(firingMutex_);
@@ -243,8 +240,6 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
                 if (Typed(known) == Typed(name))
                     leastIntervals_[id] = std::chrono::milliseconds(interval);
     }
-    if (isConnected_)
-        pedals_.input = connected;
     nextLook_ = {};
     if (!isConnected_ && !pedals_.input.empty())
         settings_.say("the command input '" + DisplayText(pedals_.input) +
@@ -296,17 +291,16 @@ bool CommandInput::PrepareSettingsFile(bool nameWasLost) {
     std::error_code error;
     if (fs::exists(path_, error) && !std::ifstream(path_).good()) {
         whyClosed_ = DisplayText(path_.string()) + ": cannot be read; no pedal is heard, so that it stays as it is";
-        settings_.say(whyClosed_);
         return false;
     }
-    std::string text = ReadText(path_);
+    const std::string found = ReadText(path_);
+    std::string text = found;
     if (!text.empty() && !IsWhole(text)) {
         const std::string trouble = DisplayText(path_.string()) + ": holds no learned commands; ";
         try {
             settings_.say(trouble + PutAside(path_, "damaged"));
         } catch (const std::exception& failure) {
             whyClosed_ = trouble + failure.what();
-            settings_.say(whyClosed_);
             return false;
         }
         text.clear();
@@ -323,13 +317,8 @@ bool CommandInput::PrepareSettingsFile(bool nameWasLost) {
         aimed[kHeader.size()] = kConnectedSource;
         aimed[kHeader.size() + 1] = static_cast<char>(*index);
     }
-    if (aimed == ReadText(path_))
-        return true;
-    try {
-        WriteText(path_, aimed);
-    } catch (const std::exception& failure) {
-        settings_.say(failure.what());
-    }
+    if (aimed != found)
+        Write(settingsTrouble_, [&] { WriteText(path_, aimed); });
     return true;
 }
 

@@ -367,13 +367,6 @@ private:
         return settings;
     }
 
-    static TransportCommand Command(CommandKind kind, const std::string& text = {}) {
-        TransportCommand command;
-        command.kind = kind;
-        command.text = text;
-        return command;
-    }
-
     CommandInput::Settings CommandInputSettings(const PlayOptions& options) {
         CommandInput::Settings settings;
         settings.input = options.input;
@@ -385,7 +378,12 @@ private:
 
     ShowControl::Settings ShowControlSettings() {
         ShowControl::Settings settings;
-        settings.go = [this](const std::string& cue) { return posting_.Post(Command(CommandKind::kGo, cue)); };
+        settings.go = [this](const std::string& cue) {
+            TransportCommand command;
+            command.kind = CommandKind::kGo;
+            command.text = cue;
+            return posting_.Post(command);
+        };
         settings.plays = [this](const std::string& cue) { return posting_.PlaysSongOf(cue); };
         settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
         return settings;

@@ -81,12 +81,6 @@ TEST_F(QueuedSenderTest, ADumpThatIsCutIsEndedAndTheNotesBehindItAreEndedToo) {
     EXPECT_THAT(said_, ElementsAre("MIDI output 'Synth' was closed too soon for it: 5 messages not sent"));
 }
 
-TEST_F(QueuedSenderTest, ADumpThatWasNotBegunIsNotEnded) {
-    port_.longOnes = 0;
-    CloseAndRun({Dump(50), {0x80, 60, 0}});
-    EXPECT_THAT(port_.sent, ElementsAre(ElementsAre(0x80, 60, 0)));
-}
-
 TEST_F(QueuedSenderTest, NothingIsSaidWhereTheShortOnesLeaveInTheEnd) {
     port_.shortOnes = 1;
     CloseAndRun({{0x80, 60, 0}, {0x80, 61, 0}});

@@ -25,6 +25,7 @@ TEST(WireBacklog, ADriverIsNeverGivenMoreShortMessagesThanItsBufferHolds) {
 
 TEST(WireBacklog, LongMessagesLeaveRoomForNotes) {
     WireBacklog backlog;
+    backlog.Add(3, kStart - 1h);  // a quiet time saves up no room
     int pieces = 0;
     for (; backlog.HasRoomFor(1024, kStart); ++pieces)
         backlog.Add(1024, kStart);
@@ -36,15 +37,6 @@ TEST(WireBacklog, LongMessagesLeaveRoomForNotes) {
     EXPECT_EQ(notes, 484) << "1,452 bytes";
     EXPECT_FALSE(backlog.HasRoomFor(1024, kStart + 790ms));
     EXPECT_TRUE(backlog.HasRoomFor(1024, kStart + 800ms));
-}
-
-TEST(WireBacklog, AQuietTimeSavesUpNoRoom) {
-    WireBacklog backlog;
-    backlog.Add(3, kStart);
-    int pieces = 0;
-    for (; backlog.HasRoomFor(1024, kStart + 1h); ++pieces)
-        backlog.Add(1024, kStart + 1h);
-    EXPECT_EQ(pieces, 2);
 }
 
 }  // namespace

@@ -247,12 +247,12 @@ void MidiInputs::Parse(Input& input, const Arrival& arrival, Lock& lock) {
     if (arrival.isBehindGap) {
         input.parser = {};
         input.discardsSysEx = false;
-        if (AwaitTurn(input, start, lock)) {
-            // What has been begun stands for what was dropped.
-            if (arrival.loss && arrival.loss->hasSysEx && !input.filling)
-                input.filling = input.buffers.Pop();
-            ReturnFilling(input, MIM_LONGERROR, time, lock);
-        }
+        if (!AwaitTurn(input, start, lock))
+            return;
+        // What has been begun stands for what was dropped.
+        if (arrival.loss && arrival.loss->hasSysEx && !input.filling)
+            input.filling = input.buffers.Pop();
+        ReturnFilling(input, MIM_LONGERROR, time, lock);
         if (arrival.loss && arrival.loss->shortMessage && AwaitTurn(input, start, lock))
             Call(input, MIM_ERROR, *arrival.loss->shortMessage, time, lock);
     }

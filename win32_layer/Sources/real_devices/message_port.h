@@ -6,6 +6,9 @@
 
 namespace win32_layer {
 
+/// A message that is no longer counts as short; a port keeps room for those.
+inline constexpr std::size_t kShortMessageBytes = 4;
+
 /// An output that is open, given no more at once than what lies behind it can hold.
 ///
 /// Owner:   see the port in question.

@@ -9,8 +9,8 @@ namespace win32_layer {
 /// MIDI messages in their order, until a thread that may block takes them. A fixed ring:
 /// whoever puts a message in is in a hurry and must not allocate.
 ///
-/// Owner:   a line, by value.
-/// Threads: one at a time (the line's lock).
+/// Owner:   a QueuedSender, by value.
+/// Threads: one at a time (the sender's lock).
 /// Units:   bytes.
 class MessageQueue {
 public:

@@ -12,7 +12,6 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kRoomStep = 1ms;
 constexpr auto kTimeForShortOnes = 500ms;
-constexpr std::size_t kShortMessageBytes = 4;
 constexpr std::uint8_t kSysExStart = 0xF0;
 constexpr std::uint8_t kSysExEnd = 0xF7;
 constexpr std::uint8_t kFirstRealTime = 0xF8;
@@ -46,14 +45,14 @@ void QueuedSender::Run(MessagePort& port) {
     std::vector<std::uint8_t> message;
     message.reserve(MessageQueue::kBytes);
     while (WaitForMessage(message)) {
-        if (!SendMessage(port, message, 0ms)) {
+        if (!SendMessage(port, message)) {
             if (port.IsConnected())
                 SendShortOnes(port, message);
             return;
         }
         TellLosses(true);
     }
-    WaitUntilLeft(port, 0ms);
+    WaitUntilLeft(port);
 }
 
 /// False where there will be none.
@@ -66,12 +65,12 @@ bool QueuedSender::WaitForMessage(std::vector<std::uint8_t>& message) {
     return true;
 }
 
-bool QueuedSender::SendMessage(MessagePort& port, const std::vector<std::uint8_t>& message, Time::duration extension) {
+bool QueuedSender::SendMessage(MessagePort& port, const std::vector<std::uint8_t>& message) {
     // Whatever it begins with: a dump in several buffers goes on with data alone.
     const std::size_t longest = port.GetLongestPiece();
     for (std::size_t sent = 0; sent < message.size();) {
         const std::size_t piece = std::min(longest, message.size() - sent);
-        if (!WaitForRoom(port, piece, extension))
+        if (!WaitForRoom(port, piece))
             return false;
         std::string complaint = port.Send(message.data() + sent, piece);
         if (!complaint.empty() && complaint != latestComplaint_)
@@ -85,8 +84,8 @@ bool QueuedSender::SendMessage(MessagePort& port, const std::vector<std::uint8_t
     return true;
 }
 
-bool QueuedSender::WaitForRoom(MessagePort& port, std::size_t count, Time::duration extension) {
-    const auto isOver = [&] { return finishBy_ && *finishBy_ + extension < SteadyClock::now(); };
+bool QueuedSender::WaitForRoom(MessagePort& port, std::size_t count) {
+    const auto isOver = [&] { return finishBy_ && *finishBy_ < SteadyClock::now(); };
     while (port.IsConnected()) {
         if (port.IsReadyFor(count))
             return true;
@@ -104,19 +103,23 @@ bool QueuedSender::WaitForRoom(MessagePort& port, std::size_t count, Time::durat
 
 /// message: the one for which the time was too short.
 void QueuedSender::SendShortOnes(MessagePort& port, std::vector<std::uint8_t>& message) {
+    {
+        const std::lock_guard lock(mutex_);
+        *finishBy_ += kTimeForShortOnes;
+    }
     std::uint64_t unsent = 0;
     // A receiver that waits for the rest of a dump would take the notes' ends for data, or drop them.
-    bool takesThem = !isInSysEx_ || SendMessage(port, {kSysExEnd}, kTimeForShortOnes);
+    bool takesThem = !isInSysEx_ || SendMessage(port, {kSysExEnd});
     do {
         if (!takesThem || !IsShort(message)) {
             ++unsent;
             continue;
         }
         // Not a later one where an earlier one was left: it could be a note whose end is lost.
-        takesThem = SendMessage(port, message, kTimeForShortOnes);
+        takesThem = SendMessage(port, message);
         unsent += takesThem ? 0 : 1;
     } while (WaitForMessage(message));
-    WaitUntilLeft(port, kTimeForShortOnes);
+    WaitUntilLeft(port);
     {
         const std::lock_guard lock(mutex_);
         unsent += lost_;
@@ -126,10 +129,10 @@ void QueuedSender::SendShortOnes(MessagePort& port, std::vector<std::uint8_t>& m
              " messages not sent");
 }
 
-void QueuedSender::WaitUntilLeft(const MessagePort& port, Time::duration extension) {
+void QueuedSender::WaitUntilLeft(const MessagePort& port) {
     while (!port.HasLeft()) {
         std::unique_lock lock(mutex_);
-        if (SteadyClock::now() >= *finishBy_ + extension)
+        if (SteadyClock::now() >= *finishBy_)
             return;
         changed_.wait_for(lock, kRoomStep);
     }

@@ -42,12 +42,11 @@ public:
 
 private:
     bool WaitForMessage(std::vector<std::uint8_t>& message);
-    /// False where it has to end, with the message not sent, or cut. extension: of the time
-    /// that Close() gives.
-    bool SendMessage(MessagePort& port, const std::vector<std::uint8_t>& message, Time::duration extension);
-    bool WaitForRoom(MessagePort& port, std::size_t count, Time::duration extension);
+    /// False where it has to end, with the message not sent, or cut.
+    bool SendMessage(MessagePort& port, const std::vector<std::uint8_t>& message);
+    bool WaitForRoom(MessagePort& port, std::size_t count);
     void SendShortOnes(MessagePort& port, std::vector<std::uint8_t>& message);
-    void WaitUntilLeft(const MessagePort& port, Time::duration extension);
+    void WaitUntilLeft(const MessagePort& port);
     void TellLosses(bool hasCaughtUp);
 
     const std::string name_;

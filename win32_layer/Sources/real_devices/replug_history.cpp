@@ -40,15 +40,12 @@ std::vector<std::string> ReplugHistory::TakeReplugged(const std::vector<std::str
             continue;
         const auto before = nodes_.find(name);
         const std::optional<std::uint64_t> now = nodeOf_(*card);
-        if (before == nodes_.end()) {
-            if (now)
-                nodes.emplace(name, *now);
-            continue;
-        }
-        if (now && *now != before->second)
+        if (before != nodes_.end() && now && *now != before->second)
             replugged.push_back(name);
-        // Not seen: unplugged since it was listed. By the next look it may be back, as another.
-        nodes.emplace(name, now.value_or(before->second));
+        if (now)
+            nodes.emplace(name, *now);
+        else if (before != nodes_.end())  // unplugged since it was listed; by the next look it may be back, as another
+            nodes.emplace(name, before->second);
     }
     nodes_ = std::move(nodes);
     return replugged;

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "message_port.h"
+
 namespace win32_layer {
 
 namespace {
 
-constexpr std::size_t kShortMessageBytes = 4;
 constexpr std::chrono::microseconds kTimePerByte{320};
 // Of the driver's 4,096 bytes. A long message waits for half of them; a short one comes so
 // close to all as a cable that is slower than reckoned allows.

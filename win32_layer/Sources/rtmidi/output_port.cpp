@@ -17,7 +17,7 @@ constexpr std::size_t kJackCycleBytes = 4096;
 constexpr std::size_t kJackEventBytes = 12;
 // RtMidi hands over in the next cycle, at the latest; the server's clients hear it in that one.
 constexpr std::uint64_t kCyclesToLeave = 3;
-constexpr std::size_t kShortMessageBytes = 4;
+constexpr std::size_t kInlineBytes = 4;
 // Half of what RtMidi's own buffer holds: beyond that it would spin.
 constexpr std::size_t kMostUnchecked = 8192;
 // The kernel passes a message on at once, into a driver's buffer of 4,096 bytes, and has
@@ -55,7 +55,7 @@ bool OutputPort::FitsIntoCycle(std::size_t count) {
         sentInCycle_ = 0;
         cycle_ = cycle;
     }
-    const std::size_t bytes = kJackEventBytes + (count > kShortMessageBytes ? count : 0);
+    const std::size_t bytes = kJackEventBytes + (count > kInlineBytes ? count : 0);
     if (sentBefore_ + sentInCycle_ + bytes > kJackCycleBytes)
         return false;
     if (unchecked_ + bytes > kMostUnchecked) {
