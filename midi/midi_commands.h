@@ -45,7 +45,8 @@ public:
     MidiCommands& operator=(const MidiCommands&) = delete;
 
     /// The next message that can be bound, and is not wanted by an earlier request,
-    /// becomes the command's.
+    /// becomes the command's. A command that does not exist is refused only then:
+    /// another command has lost that message, and the refusal is logged.
     void LearnMidiCommandNoAssign(unsigned char commandId);
     void OnLearnedMidiCommandNoAssign(unsigned char commandId, std::pair<unsigned char, unsigned char> key);
     bool IsMidiCommandLearning(unsigned char commandId);
@@ -59,7 +60,8 @@ public:
 
     /// Selects, opens and starts the source. A refusal or a failure to open leaves
     /// the input of before, which the next save then forgets; a failure to start
-    /// leaves the new one silent.
+    /// leaves the new one silent. std::out_of_range where a command of the file
+    /// does not exist: the source is there, and those behind it are not bound.
     void ConnectSourceByIndex(unsigned char sourceIndex);
     unsigned char GetConnectedSourceIndex();
     bool HasMidiSource();

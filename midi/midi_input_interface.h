@@ -6,6 +6,7 @@
 /// closes the device.
 ///
 /// Owner, threads: see MidiMessageDispatcher.
+/// Lock:    none that outlasts a call.
 /// Errors:  Start: MidiPortError where the device cannot be started.
 class VEMO_MIDI_EXPORT MidiInputInterface {
 public:

@@ -28,17 +28,21 @@ VEMO_MIDI_EXPORT bool operator<(const std::pair<unsigned char, unsigned char>& l
 /// calls the function that a message is bound to, and learns bindings from the
 /// messages that come next. What nothing consumes is collected and forwarded.
 ///
-/// Owner:   the host. Destroying it closes the input, and waits for the messages
-///          being processed, also those of an input that has been replaced; for its
-///          own where a function that it calls destroys it, after which that
-///          message is done with.
-/// Threads: ProcessMessage and the packet operations on the input thread, one at a
-///          time; SetForwardingFunction while no packet is delivered; the rest on
-///          any. Bound functions, learned callbacks and the filter are called on
-///          the input thread.
+/// Owner:   the host, until the statics of this library end. Destroying it closes
+///          the input, and waits for the messages being processed, also those of an
+///          input that has been replaced; not for its own where a bound function or
+///          a learned callback destroys it, after which that message is done with.
+///          The filter and the forwarding function must not destroy it, nor may it
+///          end during PacketEnd().
+/// Threads: the packet operations on the input thread, one at a time;
+///          SetForwardingFunction while no packet is delivered; the rest, with
+///          ProcessMessage, on any. Bound functions, learned callbacks and the
+///          filter are called on the thread that processes the message; two at
+///          once where an input that is being closed still delivers.
 /// Lock:    connectingMutex_, held while an input is started or exchanged for
-///          another, so that none is started that was let go; then mutex_, a leaf.
-///          Neither is held while one of these functions runs nor a device is
+///          another, so that none is started that was let go, or that of the calls,
+///          while it looks whether one can still begin; then mutex_, a leaf. None
+///          is held while one of these functions runs nor a device is
 ///          opened or closed. A thread that waits for an input to close must hold no
 ///          lock that such a function takes.
 /// Units:   a key is a status byte with its channel and the first data byte.
@@ -68,7 +72,9 @@ public:
     /// Of the input or, after Disconnect(), of the one that it closed.
     unsigned char GetPortIndex();
 
-    /// Any key is taken; one of another status than those allowed never fires.
+    /// Any key is taken; one of another status than those allowed never fires. What
+    /// was bound before may still be running when this or RemoveMidiBinding()
+    /// returns: it has to own what it uses.
     void SetMidiBinding(const Key& key, std::function<void()> function);
     void RemoveMidiBinding(const Key& key);
     /// The next message that can be bound answers the oldest request and sets off
@@ -84,7 +90,8 @@ public:
     void MidiNotification();
     /// Asked for each message; one for which it answers false counts as activity
     /// and has no other effect. Without one, or with an empty one, all pass. It
-    /// must not connect or disconnect.
+    /// must not connect or disconnect. The one before may still be running when
+    /// this returns.
     void SetInputFilter(std::function<bool(const MIDIMessage&)> filter);
 
     /// A packet is what came since PacketStart() or the packet before. One that

@@ -21,7 +21,8 @@
 class VEMO_MIDI_EXPORT MscMessage {
 public:
     /// data: the message from the device id on, without the F0 7F before it, and
-    /// up to its F7. What follows the F7 is not looked at.
+    /// up to its F7 or the zero that closes its third field. What follows is not
+    /// looked at.
     MscMessage(const std::uint8_t* data, std::size_t size);
     MscMessage(const MscMessage&);
     MscMessage(MscMessage&&) noexcept;

@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "midi/learned_command.h"
 #include "midi/midi_command_tables.h"
 #include "midi/midi_commands.h"
 #include "midi/midi_message_dispatcher.h"
+#include "player/commands_file.h"
 #include "player/pedal_settings.h"
 #include "player/show_document.h"
 #include "player/transport_command.h"
@@ -95,18 +95,18 @@ public:
     void SetLeastInterval(const std::string& command, std::chrono::milliseconds interval);
 
     /// Several times a second: says what was learned, gives up what has waited too long,
-    /// opens an input that was missing, writes what a disk refused.
+    /// opens an input that was missing, writes what a disk refused, takes over what another
+    /// program wrote.
     void Poll();
     Report GetReport() const;
 
     static std::filesystem::path SettingsPathFor(const std::filesystem::path& showFile);
 
 private:
-    using Learned = std::map<unsigned char, midi_commands::LearnedCommand>;
     struct Request {
         unsigned char id = 0;
         Time since;
-        Learned before;
+        LearnedCommands before;
         bool isGivenUp = false;  // and the pedal was faster
     };
 
@@ -117,14 +117,18 @@ private:
     void TellWhatWasLearned();
     void TellLoss();
     void WriteSettings();
+    void TakeOverWhatOthersWrote();
+    bool TakeOverCommands();
+    bool TakeOverPedals();
     void KeepWhatOthersWrote();
     void WritePedals();
     void Write(std::string& trouble, const std::function<void()>& write);
     void Publish();
-    void RequireOpen() const;
+    void BeginChange();
     unsigned char IdOf(const std::string& command) const;
     std::string NameOf(unsigned char id) const;
     void SetFilter();
+    void UseLeastIntervals();
     bool GiveUpRequest();
     void Fire(unsigned char id);
 
@@ -140,6 +144,7 @@ private:
     bool isConnected_ = false;                    // to pedals_.input
     bool isLost_ = false;                         // it is connected to what is unplugged
     Time nextLook_{};                             // for an input that is missing
+    Time nextReading_{};                          // of what others wrote
     std::string written_;                         // what the settings file says
     Time nextWrite_{};                            // not before, once one was refused
     std::string settingsTrouble_;                 // why the settings file is behind; empty: it is not

@@ -21,8 +21,8 @@ namespace player {
 /// Hears a desk that fires the songs by MIDI Show Control: GO messages with a cue number.
 ///
 /// Owner:   the program; the transport, which uses it, goes first.
-/// Threads: OpenShow() to SetArmed() on one thread at a time, the transport's; Poll()
-///          and GetReport() on any. Messages arrive on a thread of the platform's.
+/// Threads: OpenShow() and SetArmed() on one thread at a time, the transport's; the rest
+///          on any. Messages arrive on a thread of the platform's.
 /// Lock:    inputMutex_, held while the input is opened and closed; mutex_, which alone the
 ///          thread of the input takes, before those of posting.
 /// Errors:  none leave it: what cannot be had is said, what cannot be understood counted.
@@ -72,6 +72,12 @@ public:
     Report GetReport() const;
 
 private:
+    /// A cue that is still to be carried out, or to be counted.
+    struct Pending {
+        std::string cue;
+        std::future<CommandAnswer> answer;
+    };
+
     void OpenInput(bool mayComplain);
     void TellLoss();
     void Take(const std::uint8_t* bytes, std::size_t count);
@@ -93,9 +99,9 @@ private:
     bool isLost_ = false;          // it is open, and unplugged
     bool isArmed_ = true;
     Report counts_;
-    std::string latestCue_;
-    std::deque<std::future<CommandAnswer>> answers_;  // still to come, or to be counted
-    Time latestGo_{};
+    std::deque<Pending> pending_;
+    std::string obeyedCue_;  // the latest
+    Time obeyedAt_{};
 
     MidiMessageDispatcher dispatcher_;  // has no input of its own: is told of every cue
     // The last member: its thread uses the others.

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <iostream>
+#include <string>
 #include <thread>
 
 #include "midi/Sources/midi_input_factory.h"
@@ -255,6 +256,8 @@ void MidiMessageDispatcher::PacketEnd() {
     } catch (...) {  // it is still to be passed on
         const std::lock_guard lock(mutex_);
         packetMessages_.insert(packetMessages_.begin(), packet.begin(), packet.end());
+        if (packetMessages_.size() > kLongestPacket)
+            packetMessages_.erase(packetMessages_.begin(), packetMessages_.end() - kLongestPacket / 2);
         throw;
     }
     packet.clear();
@@ -275,6 +278,6 @@ void MidiMessageDispatcher::DisplayCallbackMap(std::ostream& stream) {
             bindings.emplace_back(key, &function);
     }
     for (const auto& [key, address] : bindings)
-        stream << "\tStatus: " << static_cast<int>(key.first) << " Data: " << static_cast<int>(key.second)
+        stream << "\tStatus: " << std::to_string(key.first) << " Data: " << std::to_string(key.second)
                << " Callback: " << address << "\n";
 }

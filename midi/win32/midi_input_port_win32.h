@@ -15,7 +15,7 @@
 /// callback function; or only listed, to ask for its name.
 ///
 /// Owner:   whoever opened or listed it. The target outlives it.
-/// Threads: Start() and KillIt() on host threads; also on the input thread within
+/// Threads: Start() and KillIt() on host threads, one at a time; also on the input thread within
 ///          the callback where the platform's service is ours, not on Windows. The
 ///          rest on any.
 /// Lock:    mutex_, a leaf, held only to read or write the running flag.
@@ -30,7 +30,8 @@ public:
 
     /// Only lists the device.
     explicit MidiInputPortWin32(std::uint8_t portIndex);
-    /// Opens the device. It delivers nothing before Start().
+    /// Opens the device; without a callback, only lists it. It delivers nothing
+    /// before Start().
     MidiInputPortWin32(std::uint8_t portIndex, InputCallback callback, void* callbackTarget);
     /// As KillIt().
     ~MidiInputPortWin32() override;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "player/atomic_file.h"
+#include "player/commands_file.h"
 #include "player/display_text.h"
 #include "player/midi_input.h"
 #include "vemo_core/callback_dispatcher.h"
@@ -32,12 +33,6 @@ constexpr char kNoShow[] = "learned commands belong to a show file, and here is 
 constexpr unsigned char kPressed = 64;
 // A note that no controller can send: data bytes end at 127.
 constexpr MIDIMessage kNobodysMessage = {0x90, 0xFF, 0x01};
-// The engine's settings file: a text with its length, the mode of the source, its index.
-constexpr std::string_view kHeader = "\x14MidiCommandsSettings";
-constexpr std::size_t kSourceBytes = 5;
-constexpr char kNoSource = 0;
-constexpr char kConnectedSource = 1;
-constexpr char kUniqueSource = 2;
 
 struct Obeyed {
     unsigned char id;
@@ -79,50 +74,6 @@ std::string TextOf(const midi_commands::LearnedCommand& learned) {
                                                       : "message";
     return zell::format("%s %d, channel %d", what, learned.data1 + (learned.status == 0xC0 ? 1 : 0),
                         learned.channel + 1);
-}
-
-/// As the engine writes it.
-std::string SettingsOf(const std::map<unsigned char, midi_commands::LearnedCommand>& learned,
-                       std::optional<unsigned char> source) {
-    std::string text(kHeader);
-    text += source ? kConnectedSource : kNoSource;
-    text += static_cast<char>(source.value_or(0));
-    text.append(3, '\0');
-    text += static_cast<char>(learned.size() & 0xFF);
-    text += static_cast<char>(learned.size() >> 8);
-    for (const auto& [id, command] : learned)
-        for (const unsigned char byte : {command.commandId, command.status, command.channel, command.data1})
-            text += static_cast<char>(byte);
-    return text;
-}
-
-/// Whether it is what the engine writes: the engine reads more, and would take a message
-/// that nothing sends, or records left out, for what was learned.
-bool IsWhole(const std::string& text) {
-    constexpr std::size_t kRecords = kHeader.size() + kSourceBytes + 2;
-    constexpr std::size_t kRecordBytes = 4;
-    if (!text.starts_with(kHeader) || text.size() < kRecords)
-        return false;
-    const auto byteAt = [&text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    const unsigned char mode = byteAt(kHeader.size());
-    if (mode > kUniqueSource)
-        return false;
-    // A number of four bytes follows: none, an index below 256, or any.
-    for (std::size_t at = kHeader.size() + 1 + (mode == kConnectedSource ? 1 : 0); at < kRecords - 2; ++at)
-        if (mode != kUniqueSource && byteAt(at) != 0)
-            return false;
-    const std::size_t count = byteAt(kRecords - 2) + byteAt(kRecords - 1) * 256u;
-    if (text.size() != kRecords + kRecordBytes * count)
-        return false;
-    for (std::size_t at = kRecords; at < text.size(); at += kRecordBytes)
-        if (!midi_commands::commandIds.contains(byteAt(at)) || !allowedStatuses.contains(byteAt(at + 1)) ||
-            byteAt(at + 2) >= 16 || byteAt(at + 3) >= 128 || (at > kRecords && byteAt(at) <= byteAt(at - kRecordBytes)))
-            return false;
-    return true;
-}
-
-std::string WithoutSource(std::string settings) {
-    return settings.size() < kHeader.size() ? settings : settings.erase(kHeader.size(), kSourceBytes);
 }
 
 fs::path PedalsPathOf(const fs::path& settings) {
@@ -233,14 +184,9 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     else
         dispatcher_->Disconnect();
     written_ = ReadText(path_);
-    {
-        const std::lock_guard firing(firingMutex_);
-        for (const auto& [name, interval] : pedals_.leastIntervals)
-            for (const auto& [id, known] : NamesOf(kind_))
-                if (Typed(known) == Typed(name))
-                    leastIntervals_[id] = std::chrono::milliseconds(interval);
-    }
+    UseLeastIntervals();
     nextLook_ = {};
+    nextReading_ = {};
     if (!isConnected_ && !pedals_.input.empty())
         settings_.say("the command input '" + DisplayText(pedals_.input) +
                       (MidiInput::Find(pedals_.input) ? "' is in use or refuses; it is tried again"
@@ -272,6 +218,8 @@ bool CommandInput::ReadPedals() {
 void CommandInput::Close() {
     if (commands_) {
         WritePedals();  // where the disk refused it before
+        // The engine writes at its end what it knows.
+        TakeOverCommands();
         KeepWhatOthersWrote();
     }
     request_.reset();
@@ -295,7 +243,7 @@ bool CommandInput::PrepareSettingsFile(bool nameWasLost) {
     }
     const std::string found = ReadText(path_);
     std::string text = found;
-    if (!text.empty() && !IsWhole(text)) {
+    if (!text.empty() && !IsCommandsFileText(text)) {
         const std::string trouble = DisplayText(path_.string()) + ": holds no learned commands; ";
         try {
             settings_.say(trouble + PutAside(path_, "damaged"));
@@ -309,14 +257,11 @@ bool CommandInput::PrepareSettingsFile(bool nameWasLost) {
     if (pedals_.input.empty() && (!nameWasLost || text.empty()))
         return true;
     if (text.empty())
-        text = SettingsOf({}, std::nullopt);
+        text = CommandsFileText({}, std::nullopt);
     const std::optional<unsigned int> index = MidiInput::Find(pedals_.input);
-    std::string aimed = text;
-    aimed.replace(kHeader.size(), kSourceBytes, kSourceBytes, '\0');
-    if (index && *index < 256) {
-        aimed[kHeader.size()] = kConnectedSource;
-        aimed[kHeader.size() + 1] = static_cast<char>(*index);
-    }
+    const bool isAimed = index && *index <= UINT8_MAX;
+    const std::string aimed =
+        WithSource(text, isAimed ? std::optional(static_cast<unsigned char>(*index)) : std::nullopt);
     if (aimed != found)
         Write(settingsTrouble_, [&] { WriteText(path_, aimed); });
     return true;
@@ -326,7 +271,7 @@ bool CommandInput::PrepareSettingsFile(bool nameWasLost) {
 
 std::string CommandInput::Learn(const std::string& command) {
     const std::lock_guard lock(mutex_);
-    RequireOpen();
+    BeginChange();
     const unsigned char id = IdOf(command);
     if (request_)
         throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal already");
@@ -353,7 +298,7 @@ bool CommandInput::GiveUpRequest() {
     const std::pair<unsigned char, unsigned char> key = {kNobodysMessage.status, kNobodysMessage.data1};
     dispatcher_->SetMidiBinding(key, [] {});
     dispatcher_->ProcessMessage(kNobodysMessage);
-    const Learned learned = commands_->GetLearnedCommands();
+    const LearnedCommands learned = commands_->GetLearnedCommands();
     const unsigned char id = request_->id;
     if (const auto now = learned.find(id); now != learned.end() && now->second.data1 == kNobodysMessage.data1) {
         if (const auto before = request_->before.find(id); before != request_->before.end())
@@ -377,7 +322,7 @@ bool CommandInput::GiveUpRequest() {
 void CommandInput::TellWhatWasLearned() {
     if (!request_ || !isAnswered_ || dispatcher_->IsLearning())
         return;
-    const Learned learned = commands_->GetLearnedCommands();
+    const LearnedCommands learned = commands_->GetLearnedCommands();
     const auto now = learned.find(request_->id);
     if (now == learned.end())
         return;
@@ -392,7 +337,7 @@ void CommandInput::TellWhatWasLearned() {
 
 void CommandInput::Unlearn(const std::string& command) {
     const std::lock_guard lock(mutex_);
-    RequireOpen();
+    BeginChange();
     const unsigned char id = IdOf(command);
     if (request_)
         throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal; see: give up learning");
@@ -407,7 +352,7 @@ void CommandInput::Unlearn(const std::string& command) {
 
 void CommandInput::SetInput(const std::string& device) {
     const std::lock_guard lock(mutex_);
-    RequireOpen();
+    BeginChange();
     const unsigned int index = MidiInput::Select(device);
     const std::string name = MidiInput::GetNames().at(index);
     if (index > UINT8_MAX)
@@ -439,7 +384,7 @@ void CommandInput::ConnectTo(const std::string& name, unsigned char index) {
 
 void CommandInput::SetOnlyPresses(bool onlyPresses) {
     const std::lock_guard lock(mutex_);
-    RequireOpen();
+    BeginChange();
     if (pedals_.input.empty())
         throw std::invalid_argument("no command input was chosen; see: command input DEVICE");
     if (onlyPresses)
@@ -453,17 +398,23 @@ void CommandInput::SetOnlyPresses(bool onlyPresses) {
 
 void CommandInput::SetLeastInterval(const std::string& command, std::chrono::milliseconds interval) {
     const std::lock_guard lock(mutex_);
-    RequireOpen();
+    BeginChange();
     const unsigned char id = IdOf(command);
-    {
-        const std::lock_guard firing(firingMutex_);
-        leastIntervals_[id] = interval;
-    }
     pedals_.leastIntervals[NameOf(id)] = static_cast<int>(interval.count());
     if (interval == 0ms)
         pedals_.leastIntervals.erase(NameOf(id));
+    UseLeastIntervals();
     WritePedals();
     Publish();
+}
+
+void CommandInput::UseLeastIntervals() {
+    const std::lock_guard firing(firingMutex_);
+    leastIntervals_.clear();
+    for (const auto& [name, interval] : pedals_.leastIntervals)
+        for (const auto& [id, known] : NamesOf(kind_))
+            if (Typed(known) == Typed(name))
+                leastIntervals_[id] = std::chrono::milliseconds(interval);
 }
 
 /// With nothing pressed, as an input begins.
@@ -500,6 +451,10 @@ void CommandInput::Poll() {
     if (!commands_)
         return;
     TellWhatWasLearned();
+    if (const Time now = settings_.now(); now >= nextReading_) {
+        nextReading_ = now + kBetweenLooks;
+        TakeOverWhatOthersWrote();
+    }
     if (request_ && (request_->isGivenUp || settings_.now() - request_->since >= kLearnPatience))
         GiveUpRequest();
     if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
@@ -535,9 +490,9 @@ void CommandInput::TellLoss() {
 void CommandInput::WriteSettings() {
     const auto source =
         isConnected_ ? std::optional<unsigned char>(commands_->GetConnectedSourceIndex()) : std::nullopt;
-    const std::string text = SettingsOf(commands_->GetLearnedCommands(), source);
+    const std::string text = CommandsFileText(commands_->GetLearnedCommands(), source);
     // Nobody wants an empty file beside a show that has no pedals.
-    if (text == written_ || (written_.empty() && text == SettingsOf({}, std::nullopt))) {
+    if (text == written_ || (written_.empty() && text == CommandsFileText({}, std::nullopt))) {
         settingsTrouble_.clear();
         return;
     }
@@ -548,8 +503,61 @@ void CommandInput::WriteSettings() {
     });
 }
 
-/// Another player that taught pedals meanwhile has not heard of what was learned here, nor
-/// this one of it. One that has only looked may have written where the input is today.
+/// What another program has decided since, where nothing was decided here.
+void CommandInput::TakeOverWhatOthersWrote() {
+    if (request_)  // what is bound now is what it may have to put back
+        return;
+    const bool hasOthers = TakeOverPedals();
+    if (TakeOverCommands() || hasOthers)
+        settings_.say("what another program decided about the pedals holds from now on");
+}
+
+bool CommandInput::TakeOverCommands() {
+    const std::string found = ReadText(path_);
+    const LearnedCommands own = commands_->GetLearnedCommands();
+    const std::string known = written_.empty() ? CommandsFileText({}, std::nullopt) : written_;
+    if (WithoutSource(found) == WithoutSource(known) || !IsCommandsFileText(found) ||
+        WithoutSource(CommandsFileText(own, std::nullopt)) != WithoutSource(known))
+        return false;
+    const LearnedCommands others = LearnedIn(found);
+    for (const auto& [id, command] : own)
+        if (!others.contains(id))
+            commands_->UnsetMidiCommand(id);
+    for (const auto& [id, command] : others)
+        commands_->SetMidiCommand(id, command.status, command.channel, command.data1);
+    written_ = found;
+    return true;
+}
+
+bool CommandInput::TakeOverPedals() {
+    std::optional<PedalSettings> found;
+    try {
+        found = PedalSettings::Read(PedalsPathOf(path_));
+    } catch (const std::invalid_argument&) {  // which the next change mends
+    }
+    const PedalSettings known = writtenPedals_.value_or(PedalSettings());
+    if (!found || *found == known)
+        return false;
+    if (pedals_.input == known.input && found->input != known.input) {
+        if (dispatcher_)
+            dispatcher_->Disconnect();
+        isConnected_ = false;
+        isLost_ = false;
+        nextLook_ = {};
+        pedals_.input = found->input;
+    }
+    if (pedals_.everyValueOf == known.everyValueOf)
+        pedals_.everyValueOf = found->everyValueOf;
+    if (pedals_.leastIntervals == known.leastIntervals)
+        pedals_.leastIntervals = found->leastIntervals;
+    onlyPresses_ = !pedals_.everyValueOf.contains(pedals_.input);
+    UseLeastIntervals();
+    writtenPedals_ = found;
+    return true;
+}
+
+/// What another program taught before it could be taken over has not heard of what was
+/// learned here. One that has only looked may have written where the input is today.
 void CommandInput::KeepWhatOthersWrote() {
     std::error_code error;
     const std::string found = ReadText(path_);
@@ -568,6 +576,7 @@ void CommandInput::WritePedals() {
         pedalsTrouble_.clear();
         return;
     }
+    TakeOverPedals();
     Write(pedalsTrouble_, [this] {
         pedals_.Write(PedalsPathOf(path_));
         writtenPedals_ = pedals_;
@@ -588,9 +597,11 @@ void CommandInput::Write(std::string& trouble, const std::function<void()>& writ
 
 // ---- names and report
 
-void CommandInput::RequireOpen() const {
+/// Whatever is decided comes behind what others have.
+void CommandInput::BeginChange() {
     if (!commands_)
         throw std::invalid_argument(whyClosed_);
+    TakeOverWhatOthersWrote();
 }
 
 unsigned char CommandInput::IdOf(const std::string& command) const {
@@ -611,11 +622,12 @@ std::string CommandInput::NameOf(unsigned char id) const {
 
 void CommandInput::Publish() {
     Report report;
-    report.input = pedals_.input;
     report.isKept =
         settingsTrouble_.empty() && pedalsTrouble_.empty() && !(pedalsAreBroken_ && pedals_ != PedalSettings());
+    // Pedals whose file cannot be read have no input that a desk could not share.
     if (commands_) {
-        const Learned learned = commands_->GetLearnedCommands();
+        const LearnedCommands learned = commands_->GetLearnedCommands();
+        report.input = pedals_.input;
         report.isOpen = isConnected_ && !isLost_;
         report.onlyPresses = onlyPresses_;
         report.learned = learnedCount_;

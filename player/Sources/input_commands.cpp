@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "player/command_input.h"
+#include "player/display_text.h"
 #include "player/exit_status.h"
 #include "player/midi_input.h"
 #include "player/midi_message_text.h"
@@ -223,8 +224,12 @@ int LearnCommand(const LearnRequest& request) {
     try {
         const ShowDocument show = ReadShowFile(request.show);
         const OutputDevices devices(OutputDevices::Kinds::kAll, Say);
-        if (!request.input.empty())
-            MidiInput::Select(request.input);
+        if (!request.input.empty()) {
+            const std::string name = MidiInput::GetNames().at(MidiInput::Select(request.input));
+            if (show.showControl && show.showControl->input == name)
+                throw std::invalid_argument("'" + DisplayText(name) +
+                                            "' is the input of show control, and a device can be opened once");
+        }
         CommandInput input({request.input, request.file, [](CommandKind) {}, Say});
         input.OpenShow(request.show, show.kind);
         int status = kDone;

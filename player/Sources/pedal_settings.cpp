@@ -13,6 +13,12 @@ namespace player {
 
 using Json = nlohmann::ordered_json;
 
+namespace {
+
+constexpr int kLongestInterval = 60'000;  // milliseconds; as the command takes it
+
+}  // namespace
+
 std::optional<PedalSettings> PedalSettings::Read(const std::filesystem::path& file) {
     std::ifstream input(file, std::ios::binary);
     if (!input) {
@@ -27,7 +33,12 @@ std::optional<PedalSettings> PedalSettings::Read(const std::filesystem::path& fi
         PedalSettings settings;
         settings.input = json.at("input").get<std::string>();
         settings.everyValueOf = json.at("everyValueOf").get<std::set<std::string>>();
-        settings.leastIntervals = json.at("leastMilliseconds").get<std::map<std::string, int>>();
+        for (const auto& [command, interval] : json.at("leastMilliseconds").items()) {
+            if (!interval.is_number_unsigned() || interval > kLongestInterval)
+                throw std::invalid_argument(DisplayText(file.string() + ": the time for '" + command) +
+                                            "' is no whole number of milliseconds from 0 to 60000");
+            settings.leastIntervals[command] = interval.get<int>();
+        }
         return settings;
     } catch (const Json::exception& error) {
         throw std::invalid_argument(DisplayText(file.string()) + ": " + DisplayText(error.what()));

@@ -308,6 +308,7 @@ private:
             const auto snapshot = transport_->WaitForChange(seen, 50ms);
             seen = snapshot->number;
             commandInput_.Poll();
+            showControl_.SetCommandInput(commandInput_.GetReport().input);
             showControl_.Poll();
             for (const std::string& line : reports_.Print())
                 if (isServed_)
@@ -533,9 +534,12 @@ int Play(const PlayOptions& options) {
         std::signal(SIGTERM, OnInterrupt);
         if (!options.serveAt.empty())
             OutliveTerminal();
-        Run run(options, std::move(show), std::move(resume), std::move(script), devices, output, *reports);
-        hasStarted = true;
-        const int status = run.Play();
+        int status = kDone;
+        {
+            Run run(options, std::move(show), std::move(resume), std::move(script), devices, output, *reports);
+            hasStarted = true;
+            status = run.Play();
+        }
         reports->Print();
         return status;
     } catch (const std::exception& error) {

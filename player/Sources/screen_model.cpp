@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "player/display_text.h"
 
@@ -112,7 +113,10 @@ void TakeState(const Json& json, ScreenModel& model) {
     const Json& showControl = ObjectOf(json, "showControl");
     Get(showControl, "state", model.showControlState);
     Get(showControl, "armed", model.showControlIsArmed);
+    const int refusedBefore = std::exchange(model.showControlRefused, 0);
     Get(showControl, "refused", model.showControlRefused);
+    if (model.showControlRefused > refusedBefore)
+        model.answer.clear();  // which has been read, and covers the newest refusal
     Get(showControl, "newestRefusal", model.showControlRefusal);
 }
 

@@ -40,8 +40,8 @@ void ShowControl::OpenShow(const std::optional<ShowDocument::ShowControl>& wante
         isOpen_ = false;
         isLost_ = false;
         counts_ = {};
-        latestCue_.clear();
-        answers_.clear();
+        obeyedCue_.clear();
+        pending_.clear();
     }
     nextLook_ = settings_.now() + kBetweenLooks;
     if (wanted)
@@ -109,8 +109,8 @@ void ShowControl::Poll() {
 
 void ShowControl::SetCommandInput(const std::string& name) {
     const std::lock_guard input(inputMutex_);
-    commandInput_ = name;
-    nextLook_ = {};
+    if (std::exchange(commandInput_, name) != name)
+        nextLook_ = {};
 }
 
 std::string ShowControl::GetInput() const {
@@ -156,27 +156,29 @@ void ShowControl::Take(const std::uint8_t* bytes, std::size_t count) {
     {
         const std::lock_guard lock(mutex_);
         CountAnswers();
-        isPending = !answers_.empty();
+        isPending = !pending_.empty();
+        if (isPending && pending_.back().cue == cue)
+            return;
     }
     // In this order: one that is still to be carried out will play.
     const bool isPlaying = !cue.empty() && settings_.plays(cue);
     const std::lock_guard lock(mutex_);
-    if (cue == latestCue_ && (isPending || (isPlaying && now - latestGo_ < kRepeatTime)))
+    if (!isPending && isPlaying && cue == obeyedCue_ && now - obeyedAt_ < kRepeatTime)
         return;
-    latestCue_ = cue;
-    latestGo_ = now;
     ++counts_.cues;
-    answers_.push_back(settings_.go(cue));
+    pending_.push_back({cue, settings_.go(cue)});
 }
 
 void ShowControl::CountAnswers() {
-    while (!answers_.empty() && answers_.front().wait_for(0s) == std::future_status::ready) {
-        const CommandAnswer answer = answers_.front().get();
-        answers_.pop_front();
+    while (!pending_.empty() && pending_.front().answer.wait_for(0s) == std::future_status::ready) {
+        const CommandAnswer answer = pending_.front().answer.get();
         if (answer.done) {
-            latestGo_ = settings_.now();  // a song may take its time to be there
-            continue;
+            obeyedCue_ = pending_.front().cue;
+            obeyedAt_ = settings_.now();  // a song may take its time to be there
         }
+        pending_.pop_front();
+        if (answer.done)
+            continue;
         ++counts_.refused;
         counts_.newestRefusal = answer.message;
     }

@@ -232,6 +232,9 @@ void Transport::Run() {
 }
 
 void Transport::Say(const std::string& text) {
+    // A pedal that is stuck must not put away what else was said.
+    if (!messages_.empty() && messages_.back().text == text)
+        messages_.pop_back();
     messages_.push_back({++messageNumber_, text});
     if (messages_.size() > kKeptMessages)
         messages_.pop_front();
@@ -378,8 +381,6 @@ CommandAnswer Transport::SetCommandInput(const std::string& device) {
     if (isDesk && name != commandInput_->GetReport().input)
         return Refused("'" + name + "' is the input of show control, and a device can be opened once");
     commandInput_->SetInput(device);
-    if (showControl_)
-        showControl_->SetCommandInput(commandInput_->GetReport().input);
     return Done();
 }
 
@@ -395,14 +396,15 @@ void Transport::OpenShow(std::shared_ptr<const Show> show) {
     if (timeCode_ && timeCode_->IsActive())
         for (const std::string& moved : DescribeMovedSongs(*show_, timeCode_->GetSender().GetRate()))
             Say(moved);
+    if (showControl_)  // lets its device go: this show's pedals may be the ones that have it
+        showControl_->OpenShow(std::nullopt, {});
     CommandInput::Report pedals;
     if (commandInput_) {
         commandInput_->OpenShow(show_->GetFile(), document.kind);
         pedals = commandInput_->GetReport();
     }
-    // Whose file cannot be read have no input that a desk could not share.
     if (showControl_)
-        showControl_->OpenShow(document.showControl, pedals.commands.empty() ? std::string() : pedals.input);
+        showControl_->OpenShow(document.showControl, pedals.input);
     setList_.clear();
     for (const ShowDocument::SetListEntry& entry : document.setList)
         setList_.push_back({show_->IndexOf(entry.song), entry.then, ++entryIds_});

@@ -16,11 +16,17 @@ public:
         : before_(SetExceptionLogSink([this](const LoggedException& exception) {
               std::lock_guard lock(mutex_);
               exceptions_.push_back(exception);
+              line_ = exception.line;
           })) {}
     ~ExceptionCapture() { SetExceptionLogSink(before_); }
     ExceptionCapture(const ExceptionCapture&) = delete;
     ExceptionCapture& operator=(const ExceptionCapture&) = delete;
 
+    /// Of the latest that was logged.
+    int GetLine() {
+        std::lock_guard lock(mutex_);
+        return line_;
+    }
     /// What was logged since the last call, each as "source: message".
     std::vector<std::string> Take() {
         std::lock_guard lock(mutex_);
@@ -32,6 +38,8 @@ public:
 
 private:
     std::mutex mutex_;
+    // Guarded by mutex_.
     std::vector<LoggedException> exceptions_;
+    int line_ = 0;
     ExceptionLogSink before_;
 };

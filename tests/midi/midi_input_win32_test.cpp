@@ -121,6 +121,7 @@ TEST_F(MidiInput, LogsWhatItsMessageSetsOffAndGoesOn) {
     dispatcher_->Disconnect();
     EXPECT_THAT(log.Take(),
                 ElementsAre("midi/win32/midi_input_win32: broken", "midi/win32/midi_input_win32: Unknown exception."));
+    EXPECT_EQ(log.GetLine(), 49);
 }
 
 }  // namespace

@@ -157,6 +157,15 @@ TEST_F(MidiBindings, APacketThatNobodyEndsKeepsTheLatestMessages) {
     EXPECT_EQ(packet_[32767].data2, 0xFF);
     dispatcher_.PacketEnd();
     EXPECT_THAT(packet_, IsEmpty());
+    dispatcher_.SetForwardingFunction([&](const auto&) {
+        send(50000);
+        throw std::runtime_error("broken");
+    });
+    for (int i = 0; i < 3; ++i)
+        EXPECT_THROW(dispatcher_.PacketEnd(), std::runtime_error);
+    dispatcher_.SetForwardingFunction([this](const auto& packet) { packet_ = packet; });
+    dispatcher_.PacketEnd();
+    EXPECT_EQ(packet_.size(), 32768u);
     dispatcher_.SetForwardingFunction({});
     send(1);
     EXPECT_THROW(dispatcher_.PacketEnd(), std::bad_function_call);

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "player/pedal_settings.h"
 #include "tests/player/temporary_folder.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_input.h"
@@ -67,6 +68,9 @@ protected:
     void LearnFrom(const std::string& command, const std::vector<std::uint8_t>& bytes) {
         input_->Learn(command);
         pedals_->Send(bytes);
+        WaitForAnswer();
+    }
+    void WaitForAnswer() {
         for (const auto start = std::chrono::steady_clock::now();
              !input_->GetReport().learning.empty() && std::chrono::steady_clock::now() - start < 20s; input_->Poll())
             std::this_thread::yield();
@@ -251,8 +255,9 @@ TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
     const std::string whole("\x14MidiCommandsSettings\0\0\0\0\0\1\0\2\x90\0\x3C", 32);
     std::string kept = "show.json.commands.damaged";
     int count = 2;
-    std::vector<std::string> damages = {whole.substr(0, 10), whole + '\0',
-                                        whole.substr(0, 26) + "\2" + whole.substr(27) + whole.substr(28)};
+    std::vector<std::string> damages = {whole + '\0', whole.substr(0, 26) + "\2" + whole.substr(27) + whole.substr(28)};
+    for (std::size_t length = 1; length < whole.size(); ++length)
+        damages.push_back(whole.substr(0, length));
     for (std::size_t at = 0; at < whole.size(); ++at) {
         damages.push_back(whole);
         damages.back()[at] = static_cast<char>(~damages.back()[at]);
@@ -315,20 +320,47 @@ TEST_F(CommandInputTest, WhatCannotBeWrittenIsWrittenOnceItCan) {
     const std::string kept = SettingsFile();
     EXPECT_EQ(kept.substr(26), std::string("\2\0\2\x90\0\x3C\4\xC0\x0F\x7F", 10));
 
-    // Another player that only looks notes another index; one that teaches loses nothing, nor does this one.
+    // Another player that only looks notes another index.
     folder_.Put("show.json.commands", kept.substr(0, 22) + "\1" + kept.substr(23));
     LearnFrom("pause", {0x90, 62, 100});
     EXPECT_FALSE(fs::exists(folder_ / "show.json.commands.other"));
-    input_->Unlearn("pause");
+    // Neither loses what it was taught in the same moment.
+    input_->Learn("play");
     const std::string others = kept.substr(0, 26) + std::string("\1\0\3\x90\0\x3D", 6);
     folder_.Put("show.json.commands", others);
-    input_->Unlearn("play");
+    pedals_->Send({0x90, 63, 100});
+    WaitForAnswer();
     EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.other"), others);
-    EXPECT_EQ(SettingsFile().substr(26), std::string("\1\0\4\xC0\x0F\x7F", 6));
+    EXPECT_EQ(SettingsFile().substr(26), std::string("\3\0\2\x90\0\x3F\3\x90\0\x3E\4\xC0\x0F\x7F", 14));
+}
+
+TEST_F(CommandInputTest, WhatAnotherProgramTeachesMeanwhileHolds) {
+    Open().SetInput("Pedals");
+    LearnFrom("stop", {0xCF, 0x7F});
+    LearnFrom("play", {0x90, 60, 100});
+    input_->SetLeastInterval("pause", 5s);
+    const std::string header = SettingsFile().substr(0, 26);
+    const std::string others = header + std::string("\2\0\3\x90\0\x3C\4\xC0\x0F\x7F", 10);
+    folder_.Put("show.json.commands", others);
+    PedalSettings{"Pedals", {}, {{"Stop", 700}}}.Write(folder_ / "show.json.commands.pedals");
+    now_ = now_.load() + 1s;
+    input_->Poll();
+    pedals_->Send({0x90, 60, 100, 0x90, 60, 100});
+    EXPECT_THAT(Fired(), ElementsAre(CommandKind::kPause, CommandKind::kPause));
+    // Each decides on another thing.
+    folder_.Put("show.json.commands", header + std::string("\1\0\4\xC0\x0F\x7F", 6));
+    PedalSettings{"Keys", {}, {{"Stop", 700}}}.Write(folder_ / "show.json.commands.pedals");
+    input_->SetLeastInterval("play", 800ms);
+    EXPECT_EQ(*PedalSettings::Read(folder_ / "show.json.commands.pedals"),
+              (PedalSettings{"Keys", {}, {{"Play", 800}, {"Stop", 700}}}));
+    input_->Poll();
+    EXPECT_TRUE(keys_->IsOpen());
+    EXPECT_FALSE(pedals_->IsOpen());
+    // Nor is it undone by a player that only ends.
     folder_.Put("show.json.commands", others);
     input_.reset();
-    EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.other2"), others);
-    EXPECT_EQ(SettingsFile().substr(26), std::string("\1\0\4\xC0\x0F\x7F", 6));
+    EXPECT_EQ(SettingsFile().substr(26), others.substr(26));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "show.json.commands.other"));
 }
 
 TEST_F(CommandInputTest, AnInputThatDoesNotStartIsTriedAgain) {

@@ -137,7 +137,7 @@ TEST(ScreenText, TheLampsOfTheInputsSayWhatIsHeard) {
     EXPECT_THAT(drawn("on", "missing"), HasSubstr("SC MISSING"));
 }
 
-TEST(ScreenModel, LinesOfAnotherKindChangeNothing) {
+TEST(ScreenModel, LinesOfAnotherKindChangeNothingAndTheNewestIsShown) {
     ScreenModel model = Playing();
     for (const char* line : {"", "{", "[]", "7", "null", "\xFF", R"({"event":"state","state":7})",
                              R"({"event":"position","position":{"bar":"x","active":{"a":1},"seconds":null}})"})
@@ -146,6 +146,9 @@ TEST(ScreenModel, LinesOfAnotherKindChangeNothing) {
     EXPECT_EQ(model.seconds, 30.4);
     model.Take(R"({"done":false,"message":"play is not possible while playing"})");
     EXPECT_THAT(Joined(Draw(model, Keys(), 80, 24)), HasSubstr(" play is not possible while playing"));
+    // Which a newer refusal of show control is not hidden by.
+    model.Take(R"({"state":{"showControl":{"refused":1,"newestRefusal":"Invalid Msc command"}}})");
+    EXPECT_THAT(Joined(Draw(model, Keys(), 80, 24)), HasSubstr("1 refused, the newest: Invalid Msc command"));
 }
 
 // ---- keys

@@ -156,8 +156,10 @@ TEST_F(ShowControlTest, ARepeatedCueOfThePlayingSongMeansNothingForTwoSeconds) {
     EXPECT_EQ(cuesAfter(1s), 2u);
     EXPECT_EQ(cuesAfter(1s), 3u) << "counted from the one that went";
     EXPECT_EQ(cuesAfter(0s), 3u);
+    desk_->Send(Go(0, "99"));
+    EXPECT_EQ(cuesAfter(0s), 4u) << "only the one that is refused went in between";
     desk_->Send(Go(0, "6"));
-    EXPECT_EQ(cuesAfter(0s), 5u) << "another cue went in between";
+    EXPECT_EQ(cuesAfter(0s), 6u) << "another cue went in between";
 
     // A song that takes its time to be there is not started twice by who waits for it.
     const auto cues = [this] {
@@ -165,15 +167,15 @@ TEST_F(ShowControlTest, ARepeatedCueOfThePlayingSongMeansNothingForTwoSeconds) {
         WaitUntilTaken();
         return Report().cues;
     };
-    EXPECT_EQ(cues(), 6u);
+    EXPECT_EQ(cues(), 7u);
     now_ = now_.load() + 3s;
-    EXPECT_EQ(cues(), 6u);
+    EXPECT_EQ(cues(), 7u);
     {
         const std::lock_guard lock(mutex_);
         playing_ = "7.5";
         slow_.set_value({true, "", 1});
     }
-    EXPECT_EQ(cues(), 6u) << "it has only just started";
+    EXPECT_EQ(cues(), 7u) << "it has only just started";
 }
 
 TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {

@@ -132,6 +132,7 @@ TEST_F(TransportInputs, PedalsAreTaughtAndADeskIsNotTakenFromShowControl) {
     EXPECT_EQ(said_.back(),
               "show control is not heard: 'Pedals' is the input of the pedals, and a device can be opened once");
     EXPECT_EQ(Do("command input Desk"), "");
+    showControl_->SetCommandInput(commandInput_->GetReport().input);
     showControl_->Poll();
     EXPECT_EQ(said_.back(), "show control is heard");
 
