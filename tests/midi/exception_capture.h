@@ -18,8 +18,6 @@ public:
               exceptions_.push_back(exception);
           })) {}
     ~ExceptionCapture() { SetExceptionLogSink(before_); }
-    ExceptionCapture(const ExceptionCapture&) = delete;
-    ExceptionCapture& operator=(const ExceptionCapture&) = delete;
 
     /// What was logged since the last call, each as "source: message".
     std::vector<std::string> Take() {
