@@ -154,13 +154,10 @@ def from_and_to_hold_to_the_tick(case):
     same(case.strikes(1), [(0, 72)], "the held note")
     programs = [m.program for _, m in case.recorded() if m.type == "program_change" and m.channel == 0]
     same(programs[-1:], [5])
-    sounding = set()
-    for _, message in case.recorded():
-        if message.type == "note_on":
-            sounding.add((message.channel, message.note))
-        elif message.type == "note_off":
-            sounding.discard((message.channel, message.note))
-    same(sounding, set(), "left sounding")
+    channels, faults = check_recording.read_recording(case.out)
+    for channel, messages in enumerate(channels):
+        faults += check_recording.sounding(messages, channel)
+    same(faults, [])
 
 
 def controls_at_the_start_are_heard(case):

@@ -32,8 +32,8 @@ SERVER = f"vemo_test_{os.getpid()}"
 ENVIRONMENT = {**os.environ, "JACK_DEFAULT_SERVER": SERVER, "JACK_NO_AUDIO_RESERVATION": "1",
                "TSAN_OPTIONS": f"suppressions={ROOT}/tools/tsan_suppressions.txt"}
 RATE = 48000
-# With the first a server waits for its clients in every cycle: without, one that comes too late on a busy machine
-# misses what it was to hear. But one that is waited for must not go without farewell.
+# The first waits for its clients in every cycle, so that none misses anything on a busy machine; but none must then go
+# without farewell.
 PATIENT = ["-S", "-t", "5000"], 256
 USUAL = [], 1024
 

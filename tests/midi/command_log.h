@@ -39,8 +39,6 @@ public:
         notify::callbackDispatcher.RemoveCallbacksForTarget(this);
         notify::guiDispatcher.SetReceiver({});
     }
-    CommandLog(const CommandLog&) = delete;
-    CommandLog& operator=(const CommandLog&) = delete;
 
     std::vector<std::string> Take() {
         const std::lock_guard lock(mutex_);

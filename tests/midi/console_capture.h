@@ -17,8 +17,6 @@ public:
               text_ += text;
           })) {}
     ~ConsoleCapture() { zell::CoutBuffer::SetSink(before_); }
-    ConsoleCapture(const ConsoleCapture&) = delete;
-    ConsoleCapture& operator=(const ConsoleCapture&) = delete;
 
     /// What was written since the last call.
     std::string Take() {

@@ -1,7 +1,6 @@
 #include "midi/win32/delayed_gui.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>

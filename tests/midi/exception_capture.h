@@ -19,8 +19,6 @@ public:
               line_ = exception.line;
           })) {}
     ~ExceptionCapture() { SetExceptionLogSink(before_); }
-    ExceptionCapture(const ExceptionCapture&) = delete;
-    ExceptionCapture& operator=(const ExceptionCapture&) = delete;
 
     /// Of the latest that was logged.
     int GetLine() {

@@ -1,7 +1,6 @@
 #include "midi/how_to_play.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,7 +1,6 @@
 #include "midi/how_to_play_with_midi_clock.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <mutex>
 #include <sstream>

@@ -1,7 +1,6 @@
 #include "midi/midi_buffer.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <map>
 #include <memory>

@@ -1,9 +1,7 @@
 #include "midi/midi_commands.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>

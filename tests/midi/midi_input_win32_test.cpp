@@ -1,7 +1,6 @@
 #include "midi/win32/midi_input_win32.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <mutex>
 #include <optional>

@@ -1,7 +1,6 @@
 #include "midi/midi_message_dispatcher.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>

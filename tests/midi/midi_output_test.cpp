@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -259,6 +258,8 @@ TEST(MidiOutput, TheDelayOfTheDisplayMovesInStepsBetweenItsLimitsAndIsTold) {
 TEST(MidiOutput, MessagesOutsideTheSongGoToTheirTrack) {
     OutputRig rig;
     MidiOutput& output = *rig.output;
+    using Values = std::map<std::uint16_t, std::uint8_t>;
+    const Values volumes = {{0, 100}, {0x11, 90}}, pans = {{1, 0}, {0, 64}}, programs = {{0, 1}, {7, 2}};
     const struct {
         std::function<void()> send;
         std::vector<Bytes> played;
@@ -268,21 +269,9 @@ TEST(MidiOutput, MessagesOutsideTheSongGoToTheirTrack) {
         {[&] { output.SetTrackPan(0x23, 64); }, {{0xBF, 10, 64}}, 1},
         {[&] { output.SetTrackBank(0x02, 3); }, {{0xB2, 0, 3}}, 1},
         {[&] { output.SetTrackProgramId(0x02, 9); }, {{0xC2, 9}}, 1},
-        {[&] {
-             output.SetAllTracksVolume({{0, 100}, {0x11, 90}});
-         },
-         {{0xB0, 7, 100}, {0xBF, 7, 90}},
-         2},
-        {[&] {
-             output.SetAllTracksPan({{1, 0}, {0, 64}});
-         },
-         {{0xB0, 10, 64}, {0xB1, 10, 0}},
-         1},
-        {[&] {
-             output.SetAllTracksProgramId({{0, 1}, {7, 2}});
-         },
-         {{0xC0, 1}, {0xC7, 2}},
-         1},
+        {[&] { output.SetAllTracksVolume(volumes); }, {{0xB0, 7, 100}, {0xBF, 7, 90}}, 2},
+        {[&] { output.SetAllTracksPan(pans); }, {{0xB0, 10, 64}, {0xB1, 10, 0}}, 1},
+        {[&] { output.SetAllTracksProgramId(programs); }, {{0xC0, 1}, {0xC7, 2}}, 1},
         {[&] { output.SetAllTracksVolume({}); }, {}, 0},
     };
     for (const auto& [send, played, buffers] : rows) {

@@ -1,7 +1,6 @@
 #include "midi/midi_ports.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>

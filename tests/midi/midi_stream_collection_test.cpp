@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
@@ -90,7 +89,11 @@ TEST(MidiStreamCollection, EachSongIsThereAsSoonAsItIsBuiltForEveryoneWhoWaits) 
 }
 
 TEST(MidiStreamCollection, ASongThatIsNotThereFailsAndOneThatCannotBeBuiltIsReported) {
-    const auto show = Show(3), empty = Show(0);
+    auto show = Show(3);
+    const auto empty = Show(0);
+    EXPECT_THROW(show.Add("1", show.at("0")), std::invalid_argument);
+    EXPECT_THROW(show.at("3"), std::out_of_range);
+    EXPECT_EQ(&show.at("1"), &(show.begin() + 1)->second);
     ExceptionCapture exceptions;
     MustEnd("asking for songs that are not there", [&] {
         EXPECT_THROW(QuorvelMidiStreamCollection(empty).GetStream("0"), std::out_of_range);

@@ -1,7 +1,6 @@
 #include "midi/midi_stream.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <future>
 #include <map>

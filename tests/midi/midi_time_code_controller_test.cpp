@@ -1,7 +1,6 @@
 #include "midi/midi_time_code_controller.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 

@@ -1,7 +1,6 @@
 #include "midi/midi_time_code.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>

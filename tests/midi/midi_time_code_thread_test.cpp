@@ -1,13 +1,11 @@
 #include "midi/midi_time_code_thread.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <random>
 #include <stdexcept>
 #include <vector>

@@ -1,11 +1,9 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>
 #include <random>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -39,13 +37,6 @@ private:
     std::thread thread_;
 };
 
-void WaitUntilDisarmed(OutputRig& rig) {
-    MustEnd("the beginning of a disarm", [&] {
-        while (rig.output->PlaybackIsActive())
-            std::this_thread::yield();
-    });
-}
-
 TEST(OutputHandshake, WhileADisarmWaitsForAFillNobodyArmsAndAllDisarmsReturn) {
     OutputRig rig;
     Door door;
@@ -63,7 +54,7 @@ TEST(OutputHandshake, WhileADisarmWaitsForAFillNobodyArmsAndAllDisarmsReturn) {
             rig.output->DisarmPlayback();
             disarmed.Add();
         });
-    WaitUntilDisarmed(rig);
+    EXPECT_TRUE(WaitUntil([&] { return !rig.output->PlaybackIsActive(); }));
     EXPECT_FALSE(rig.output->ArmPlayback());
     EXPECT_EQ(disarmed.Get(), 0);
     door.Open();
@@ -146,7 +137,7 @@ TEST(OutputHandshake, AFillThatThrowsEndsTheQueueAndNothingElse) {
             std::thread disarm;
             if (disarmWaits) {
                 disarm = std::thread([&] { rig.output->DisarmPlayback(); });
-                WaitUntilDisarmed(rig);
+                EXPECT_TRUE(WaitUntil([&] { return !rig.output->PlaybackIsActive(); }));
             }
             door.Open();
             MustEnd("a disarm after a fill that threw", [&] {

@@ -5,7 +5,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "midi/standard_midi_clock.h"
@@ -56,8 +55,6 @@ public:
         output.reset();
         win32_layer::Layer::Instance().Reset();
     }
-    OutputRig(const OutputRig&) = delete;
-    OutputRig& operator=(const OutputRig&) = delete;
 
     std::unique_ptr<MidiOutputWin32> CreateOutput() {
         return std::make_unique<MidiOutputWin32>(

@@ -27,6 +27,18 @@ void MustEnd(const char* what, Work work) {
     ended.get();
 }
 
+/// Asks again and again, for what no Count can follow; false where it stays untrue.
+template <class Condition>
+bool WaitUntil(const Condition& isTrue) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!isTrue()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
 /// What other threads have reached, for a test that waits for it.
 class Count {
 public:

@@ -1,7 +1,6 @@
 #include "midi/standard_midi_clock.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>

@@ -200,8 +200,7 @@ public:
         Played(tickIndex + kTicksPerClock);
     }
 
-    /// The stream drops what the track would have ended from here on, so the host
-    /// ends it: it asks for everything that sounds and takes the track's share.
+    /// The stream drops what would have ended the track's notes: the host takes them from all that sounds.
     void Mute(unsigned short id) {
         RecordingMidiBuffer endings;
         stream_.AllNotesOff(transposition_, endings);
@@ -213,8 +212,7 @@ public:
         muted_.insert(id);
     }
 
-    /// In a plain cycle of its own. Then two seeks to where the stream stands make
-    /// its state, also the one that counts as sounding, what the chase has struck.
+    /// Two seeks to where it stands make the stream's state, also the one that sounds, what the chase has struck.
     void Unmute(unsigned short id) {
         stream_.UnmuteTrack(id);
         muted_.erase(id);

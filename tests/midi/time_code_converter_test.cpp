@@ -1,7 +1,6 @@
 #include "midi/time_code_converter.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <utility>
 #include <vector>

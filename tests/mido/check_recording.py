@@ -1,15 +1,14 @@
 """Does a recording hold every channel message of its songs, once, in order and in time?
 
-The songs play one after another at once. Per channel, the messages of a song stand in the recording without a gap,
-controllers 120 to 127 left out and a note-on of velocity 0 taken for a note-off of velocity 64. What the player adds
-stands before the first and after the last of them, and is only pitch bends, controllers, program changes and (after)
-note-offs. Each message lies within one MIDI clock of its ideal time. After the last song no note sounds, judged without
-the help of controllers 120 to 127.
-
-Read by mido, which shares nothing with the player.
+The songs play one after another at once. Per channel, the messages of a song stand without a gap, controllers 120 to
+127 left out and a note-on of velocity 0 taken for a note-off of velocity 64, each within a MIDI clock of its ideal
+time. What the player adds before and after them is only pitch bends, controllers, program changes and (after)
+note-offs. In the end no note sounds, without the help of controllers 120 to 127. Read by mido, which shares nothing
+with the player.
 """
 
 import bisect
+import collections
 import math
 
 import mido
@@ -214,11 +213,12 @@ def extras(messages, allowed, where):
 
 
 def sounding(messages, channel):
-    notes = set()
+    strikes = collections.Counter()  # some devices stack the strikes of a note
     for _, data in messages:
         kind = data[0] & 0xF0
         if kind == 0x90 and data[2] > 0:
-            notes.add(data[1])
+            strikes[data[1]] += 1
         elif kind in (0x80, 0x90):
-            notes.discard(data[1])
-    return [f"channel {channel + 1}: notes {sorted(notes)} sound to the end"] if notes else []
+            strikes[data[1]] = max(0, strikes[data[1]] - 1)
+    notes = sorted(+strikes)
+    return [f"channel {channel + 1}: notes {notes} sound to the end"] if notes else []

@@ -3,10 +3,9 @@
 
     show_is_recorded_whole.py BIN [SHOW.json]
 
-Plays the show offline, which goes on by itself at pauses and between songs, and reads the recording with mido: every
-note of every song of the set list is struck once, in order on its channel and at the pitch that the show file
-transposes it to; what is struck beside them is the click, or a note that a change of pitch or a start in the middle
-of a song strikes again; and nothing sounds in the end.
+Plays the show offline, past pauses and from song to song, and reads the recording with mido: every note of the set list
+is struck, in order on its channel and at the pitch that the show file transposes it to; what is struck beside them is
+the click, or what a change of pitch or a start in mid-song strikes again; and nothing sounds in the end.
 """
 
 import json
@@ -70,22 +69,6 @@ def notes_of_song(path, entry):
     return channels
 
 
-def read_recording(path):
-    strikes = [[] for _ in range(16)]
-    sounding = [dict() for _ in range(16)]
-    for message in mido.MidiFile(path).tracks[0]:
-        if message.type == "note_on" and message.velocity > 0:
-            strikes[message.channel].append(message.note)
-            held = sounding[message.channel]
-            held[message.note] = held.get(message.note, 0) + 1
-        elif message.type in ("note_on", "note_off"):
-            held = sounding[message.channel]
-            held[message.note] = max(0, held.get(message.note, 0) - 1)
-    left = [f"channel {channel + 1} note {note}" for channel, held in enumerate(sounding)
-            for note, count in held.items() if count]
-    return strikes, left
-
-
 def check(show_path, recording):
     show = json.loads(show_path.read_text())
     songs = {song["key"]: song for song in show["songs"]}
@@ -97,14 +80,15 @@ def check(show_path, recording):
             click_channels.add(entry["clickTrack"].get("channel", 10) - 1)
         for channel, notes in enumerate(notes_of_song(show_path.parent / entry["file"], entry)):
             expected[channel] += notes
-    strikes, left = read_recording(recording)
-    faults = [f"sounds in the end: {note}" for note in left]
+    channels, faults = check_recording.read_recording(recording)
     for channel, notes in enumerate(expected):
-        heard = iter(strikes[channel])
+        faults += check_recording.sounding(channels[channel], channel)
+        strikes = [data[1] for _, data in channels[channel] if data[0] & 0xF0 == 0x90 and data[2] > 0]
+        heard = iter(strikes)
         missing = next((index for index, note in enumerate(notes) if not any(note == other for other in heard)), None)
         if missing is not None:
             faults.append(f"channel {channel + 1}: note {missing + 1} of {len(notes)} is missing")
-        extra = len(strikes[channel]) - len(notes)
+        extra = len(strikes) - len(notes)
         if channel not in click_channels and extra > len(notes) // 10:
             faults.append(f"channel {channel + 1}: {extra} strikes too many")
     if sum(map(len, expected)) < 500:

@@ -1,13 +1,13 @@
 #include "player/atomic_file.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <filesystem>
 #include <iterator>
 #include <string>
 
+#include "tests/midi/full_disk.h"
+#include "tests/midi/message_of.h"
 #include "tests/player/temporary_folder.h"
 #include "zell/errors.h"
 
@@ -22,12 +22,7 @@ protected:
         file.Write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
     }
     static std::string Refusal(const fs::path& path) {
-        try {
-            AtomicFile file(path);
-            return "accepted";
-        } catch (const zell::IoError& refusal) {
-            return refusal.what();
-        }
+        return MessageOf<zell::IoError>([&] { AtomicFile file(path); });
     }
     std::ptrdiff_t FilesInFolder() const { return std::distance(fs::directory_iterator(folder_.GetPath()), {}); }
 
@@ -99,23 +94,12 @@ TEST_F(AtomicFileTest, LinksAndPermissionsStay) {
 
 TEST_F(AtomicFileTest, AFullDiskLeavesTheOldFileAndNothingBeside) {
     folder_.Put("take.mid", "old");
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit small{1000, before.rlim_max};
-    std::string reason;
     {
         AtomicFile file(target_);
-        setrlimit(RLIMIT_FSIZE, &small);
-        try {
-            Write(file, std::string(2000, 'x'));
-        } catch (const zell::IoError& failure) {
-            reason = failure.what();
-        }
-        setrlimit(RLIMIT_FSIZE, &before);
+        const FullDisk full;
+        EXPECT_EQ(MessageOf<zell::IoError>([&] { Write(file, std::string(2000, 'x')); }),
+                  "cannot write " + target_.string() + ": File too large");
     }
-    std::signal(SIGXFSZ, previous);
-    EXPECT_EQ(reason, "cannot write " + target_.string() + ": File too large");
     EXPECT_EQ(TemporaryFolder::Contents(target_), "old");
     EXPECT_EQ(FilesInFolder(), 1);
 }

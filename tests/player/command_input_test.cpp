@@ -1,7 +1,6 @@
 #include "player/command_input.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -75,9 +74,11 @@ protected:
              !input_->GetReport().learning.empty() && std::chrono::steady_clock::now() - start < 20s; input_->Poll())
             std::this_thread::yield();
     }
-    /// All that has fired, once everything sent has been taken: behind it a program of
-    /// channel 16 plays the bound Stop.
-    Kinds Fired() {
+    /// All that has fired, once this and everything sent before has been taken: behind it a program of channel 16 plays
+    /// the bound Stop.
+    Kinds Fired(const std::vector<std::uint8_t>& sent = {}) {
+        if (!sent.empty())
+            pedals_->Send(sent);
         pedals_->Send({0xCF, 0x7F});
         std::unique_lock lock(mutex_);
         if (!changed_.wait_for(lock, 20s, [this] { return !fired_.empty() && fired_.back() == CommandKind::kStop; })) {
@@ -116,8 +117,7 @@ TEST_F(CommandInputTest, APedalDrivesWhatItWasTaughtAlsoTheNextEvening) {
     LearnFrom("stop", {0xCF, 0x7F});
     LearnFrom("next song", {0xB0, 64, 127});
     EXPECT_THAT(Said(), ElementsAre("Stop: program 128, channel 16", "Next Song: controller 64, channel 1"));
-    pedals_->Send({0xB0, 64, 0, 0xB0, 64, 127, 0xB1, 64, 127, 0x90, 64, 127});
-    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextSong});
+    EXPECT_EQ(Fired({0xB0, 64, 0, 0xB0, 64, 127, 0xB1, 64, 127, 0x90, 64, 127}), Kinds{CommandKind::kNextSong});
     LearnFrom("previousSong", {0xB0, 64, 0, 0xB0, 64, 100});
     EXPECT_THAT(Said(), ElementsAre("Previous Song: controller 64, channel 1, taken from Next Song"));
     EXPECT_EQ(BindingOf("Next Song"), "");
@@ -141,8 +141,7 @@ TEST_F(CommandInputTest, APedalDrivesWhatItWasTaughtAlsoTheNextEvening) {
     Layer::Instance().AddInput(keys_);
     Open();
     EXPECT_FALSE(keys_->IsOpen());
-    pedals_->Send({0xB0, 64, 127});
-    EXPECT_EQ(Fired(), Kinds{CommandKind::kPreviousSong});
+    EXPECT_EQ(Fired({0xB0, 64, 127}), Kinds{CommandKind::kPreviousSong});
     input_->Unlearn("previous song");
     EXPECT_EQ(BindingOf("Previous Song"), "");
     EXPECT_THROW(input_->Unlearn("previous song"), std::invalid_argument);
@@ -182,8 +181,7 @@ TEST_F(CommandInputTest, ARequestIsGivenUpAndWhatWasBoundComesBack) {
     EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
     EXPECT_EQ(BindingOf("Pause"), "");
     EXPECT_EQ(SettingsFile(), kept);
-    pedals_->Send({0x90, 60, 100});
-    EXPECT_EQ(Fired(), Kinds{CommandKind::kPlay});
+    EXPECT_EQ(Fired({0x90, 60, 100}), Kinds{CommandKind::kPlay});
 }
 
 TEST_F(CommandInputTest, PressesAndIntervalsAreOfTheirInputAndCommand) {
@@ -191,24 +189,19 @@ TEST_F(CommandInputTest, PressesAndIntervalsAreOfTheirInputAndCommand) {
     LearnFrom("stop", {0xCF, 0x7F});
     LearnFrom("next marker", {0xB2, 5, 127});
     const std::vector<std::uint8_t> twice = {0xB2, 5, 0, 0xB2, 5, 64, 0xB2, 5, 127, 0xB2, 5, 63, 0xB2, 5, 70};
-    pedals_->Send(twice);
-    EXPECT_EQ(Fired(), Kinds(2, CommandKind::kNextMarker));
+    EXPECT_EQ(Fired(twice), Kinds(2, CommandKind::kNextMarker));
     input_->SetOnlyPresses(false);
-    pedals_->Send(twice);
-    EXPECT_EQ(Fired(), Kinds(5, CommandKind::kNextMarker));
+    EXPECT_EQ(Fired(twice), Kinds(5, CommandKind::kNextMarker));
     input_->SetLeastInterval("next marker", 300ms);
-    pedals_->Send(twice);
-    EXPECT_THAT(Fired(), IsEmpty()) << "it has fired just now";
+    EXPECT_THAT(Fired(twice), IsEmpty()) << "it has fired just now";
     now_ = now_.load() + 300ms;
-    pedals_->Send(twice);
-    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextMarker});
+    EXPECT_EQ(Fired(twice), Kinds{CommandKind::kNextMarker});
     input_->SetInput("Keys");
     EXPECT_TRUE(input_->GetReport().onlyPresses);
     input_->SetInput("Pedals");
     Open();
     EXPECT_FALSE(input_->GetReport().onlyPresses);
-    pedals_->Send(twice);
-    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextMarker});
+    EXPECT_EQ(Fired(twice), Kinds{CommandKind::kNextMarker});
 }
 
 TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
@@ -239,8 +232,7 @@ TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
     EXPECT_TRUE(input_->GetReport().isOpen);
     EXPECT_THAT(Said(), ElementsAre("the command input 'Pedals' is lost; it will be heard again when it is back",
                                     "the command input 'Pedals' is there"));
-    pedals_->Send({0xB0, 64, 127});
-    EXPECT_EQ(Fired(), Kinds{CommandKind::kNextSong});
+    EXPECT_EQ(Fired({0xB0, 64, 127}), Kinds{CommandKind::kNextSong});
     // It stays what it is where another one cannot be had.
     keys_->SetRefusesOpen(true);
     EXPECT_ANY_THROW(input_->SetInput("Keys"));

@@ -1,7 +1,6 @@
 #include "player/control_server.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -22,9 +21,9 @@
 #include <vector>
 
 #include "player/control_client.h"
+#include "tests/midi/message_of.h"
 #include "tests/player/offline_show.h"
 #include "tests/player/temporary_folder.h"
-#include "vemo_core/song_builder.h"
 #include "win32_layer/layer.h"
 
 namespace player {
@@ -34,21 +33,6 @@ using namespace std::chrono_literals;
 using Json = nlohmann::json;
 using testing::HasSubstr;
 using win32_layer::Layer;
-
-constexpr unsigned kResolution = 96;
-
-ImportedSong Song(const std::string& title, unsigned bars) {
-    SongBuilder builder(kResolution);
-    std::vector<vemo_midi::VoiceEvent> events;
-    for (unsigned beat = 0; beat < 4 * bars; ++beat) {
-        if (beat == 2)
-            events.emplace_back(beat * kResolution, 0xC0, 0, 40, 0);
-        events.emplace_back(beat * kResolution, 0x90, 0, 60, 90);
-        events.emplace_back(beat * kResolution + 48, 0x80, 0, 60, 64);
-    }
-    builder.Title(1, title).Track(0, "part", 0, 127, 0, std::move(events)).EndAt(4 * bars * kResolution);
-    return {builder.BuildSong(), builder.BuildLog(), title, {}};
-}
 
 /// A show of two long songs in real time, served at a socket.
 class ControlServerTest : public testing::Test {
@@ -60,7 +44,8 @@ protected:
         Layer::Instance().SetObserver([this](const std::uint8_t* bytes, std::size_t count,
                                              std::chrono::nanoseconds time) { activity_.Add(bytes, count, time); });
         Transport::Settings settings;
-        settings.show = ShowOf({Song("One", 400), Song("Two \xC3\xA9", 400)});
+        const std::vector<vemo_midi::VoiceEvent> program = {{192, 0xC0, 0, 40, 0}};
+        settings.show = ShowOf({SongOfBeats("One", 1600, program), SongOfBeats("Two \xC3\xA9", 1600, program)});
         transport_ = std::make_unique<Transport>(settings, show_, feed_);
         Serve();
     }
@@ -280,12 +265,7 @@ TEST_F(ControlServerTest, ALiveSocketIsRefusedAndADeadOneReplaced) {
     ControlServer::Settings settings;
     settings.path = path_;
     const auto refusal = [&] {
-        try {
-            const ControlServer second(settings, *transport_, feed_);
-        } catch (const ControlServer::Refused& error) {
-            return std::string(error.what());
-        }
-        return std::string("taken");
+        return MessageOf<ControlServer::Refused>([&] { ControlServer(settings, *transport_, feed_); });
     };
     EXPECT_EQ(refusal(), path_ + ": a player listens there already; see: vemo_player attach");
     server_.reset();

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "player/midi_file_error.h"
+#include "tests/midi/message_of.h"
 
 namespace {
 
@@ -58,12 +59,7 @@ std::string Events(const ImportedSong& song, unsigned short channel) {
 }
 
 std::string Refusal(const MidiFile& file) {
-    try {
-        ImportMidiFile(file, 1);
-        return "accepted";
-    } catch (const player::MidiFileError& refusal) {
-        return refusal.what();
-    }
+    return MessageOf<player::MidiFileError>([&] { ImportMidiFile(file, 1); });
 }
 
 TEST(MidiFileImport, EachChannelInUseBecomesATrackThatTheEngineCanHoldAndChase) {

@@ -10,7 +10,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -20,6 +19,7 @@
 #include "player/playback_feed.h"
 #include "player/show.h"
 #include "player/transport.h"
+#include "vemo_core/song_builder.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_output.h"
 
@@ -96,6 +96,18 @@ private:
     std::array<Channel, 16> channels_;
 };
 
+/// In 4/4 at 120, 96 ticks a quarter: a note on every beat of channel 1, and what else it is to play there.
+inline ImportedSong SongOfBeats(const std::string& title, unsigned beats,
+                                std::vector<vemo_midi::VoiceEvent> events = {}) {
+    for (unsigned beat = 0; beat < beats; ++beat) {
+        events.emplace_back(96 * beat, 0x90, 0, 60, 90);
+        events.emplace_back(96 * beat + 48, 0x80, 0, 60, 64);
+    }
+    SongBuilder builder(96);
+    builder.Title(1, title).Track(0, "part", 0, 127, 0, std::move(events)).EndAt(96 * beats);
+    return {builder.BuildSong(), builder.BuildLog(), title, {}};
+}
+
 /// One song after another at once.
 inline std::shared_ptr<const Show> ShowOf(const std::vector<ImportedSong>& songs, ShowKind kind = ShowKind::kPrograms) {
     ShowDocument document;
@@ -156,8 +168,6 @@ public:
         transport_.reset();
         win32_layer::Layer::Instance().Reset();
     }
-    OfflineShow(const OfflineShow&) = delete;
-    OfflineShow& operator=(const OfflineShow&) = delete;
 
     /// Plays until the last song is over, playing fails or the steering leaves.
     TransportState Run(const Rest& rest = {}) {

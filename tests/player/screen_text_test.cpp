@@ -1,7 +1,6 @@
 #include "player/screen_text.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <string>

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/midi/message_of.h"
+
 namespace player {
 namespace {
 
@@ -45,14 +47,11 @@ TEST(Script, RefusesALineThatIsNoneAndNamesIt) {
         {"at 1:1 tempo 2.01", "tempo scale '2.01' is no factor from 0.5 to 2"},
         {"at 1:1 tempo nan", "tempo scale 'nan' is no factor from 0.5 to 2"},
     };
-    for (const Row& row : rows) {
-        try {
-            Script::Parse("at 1:1 stop\n" + row.line + "\n", "rehearsal");
-            ADD_FAILURE() << row.line;
-        } catch (const std::invalid_argument& error) {
-            EXPECT_EQ(error.what(), "rehearsal: line 2: " + row.reason) << row.line;
-        }
-    }
+    for (const Row& row : rows)
+        EXPECT_EQ(
+            MessageOf<std::invalid_argument>([&] { Script::Parse("at 1:1 stop\n" + row.line + "\n", "rehearsal"); }),
+            "rehearsal: line 2: " + row.reason)
+            << row.line;
     for (const char* const line : {"at 1:1", "at 1:1 dance", "at 1:1 transpose 13", "at 1:1 mute 17", "at 1:1 mute",
                                    "at 1:1 stop now", "at 1:1 locate", "at 99999999999:1 stop"})
         EXPECT_THROW(Script::Parse(line, "rehearsal"), std::invalid_argument) << line;

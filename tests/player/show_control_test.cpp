@@ -1,7 +1,6 @@
 #include "player/show_control.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -13,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/midi/patience.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_input.h"
 
@@ -20,6 +20,7 @@ namespace player {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -64,8 +65,10 @@ protected:
         EXPECT_EQ(Layer::Instance().GetCounters().preparedHeaders, 0);
     }
 
-    /// What was fired, once everything sent has been taken: the cue 0 stands for its end.
-    std::vector<std::string> Went() {
+    /// What was fired, once this and everything sent before has been taken: the cue 0 stands for its end.
+    std::vector<std::string> Went(const Bytes& sent = {}) {
+        if (!sent.empty())
+            desk_->Send(sent);
         desk_->Send(Go(0x7F, "0"));
         for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < 20s;
              std::this_thread::yield()) {
@@ -82,9 +85,7 @@ protected:
     void WaitUntilTaken() {
         const std::uint64_t refused = Report().refused;
         desk_->Send({0xF0, 0x7F, 0, 0x02, 0x00, 0xF7});
-        for (const auto start = std::chrono::steady_clock::now();
-             Report().refused == refused && std::chrono::steady_clock::now() - start < 20s;)
-            std::this_thread::yield();
+        EXPECT_TRUE(WaitUntil([&] { return Report().refused != refused; }));
     }
     ShowControl::Report Report() {
         control_->Poll();
@@ -106,34 +107,21 @@ TEST_F(ShowControlTest, CuesForThisShowGoAndEverythingElseIsCountedOrNoneOfIts) 
     EXPECT_EQ(Report().state, "on");
     for (const std::uint8_t byte : Go(3, "12"))
         desk_->Send({byte, 0xF8});
-    desk_->Send(Go(0x7F, std::string("1.5\0"
-                                     "2",
-                                     5)));
-    desk_->Send(Go(3, std::string("8\0"
-                                  "2\0"
-                                  "7",
-                                  5)));
-    desk_->Send(Go(3, ""));
-    EXPECT_THAT(Went(), ElementsAre("12", "1.5", "8", ""));
+    desk_->Send(Go(0x7F, "1.5\0002"s));
+    desk_->Send(Go(3, "8\0002\0007"s));
+    EXPECT_THAT(Went(Go(3, "")), ElementsAre("12", "1.5", "8", ""));
     EXPECT_EQ(Report().refused, 0u);
 
-    desk_->Send(Go(4, "12"));                                                         // another device's
-    desk_->Send({0xF0, 0x7F, 0x7F, 0x01, 0x01, 1, 2, 3, 4, 0xF7, 0xF0, 0x7E, 0xF7});  // no show control
-    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_THAT(Went(Go(4, "12")), IsEmpty()) << "another device's";
+    EXPECT_THAT(Went({0xF0, 0x7F, 0x7F, 0x01, 0x01, 1, 2, 3, 4, 0xF7, 0xF0, 0x7E, 0xF7}), IsEmpty()) << "none at all";
     EXPECT_EQ(Report().refused, 0u);
-    desk_->Send({0xF0, 0x7F, 3, 0x02, 0x10, 0x01, '1', 0xF7});
-    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_THAT(Went({0xF0, 0x7F, 3, 0x02, 0x10, 0x01, '1', 0xF7}), IsEmpty());
     EXPECT_EQ(Report().newestRefusal, "Invalid MSC command format type");
-    desk_->Send({0xF0, 0x7F, 3, 0x02, 0x11, 0x02, 0xF7});
-    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_THAT(Went({0xF0, 0x7F, 3, 0x02, 0x11, 0x02, 0xF7}), IsEmpty());
     EXPECT_EQ(Report().newestRefusal, "Invalid Msc command");
-    desk_->Send(Go(3, std::string("1\0"
-                                  "5",
-                                  3)));
-    EXPECT_THAT(Went(), IsEmpty());
+    EXPECT_THAT(Went(Go(3, "1\0005"s)), IsEmpty());
     EXPECT_THAT(Report().newestRefusal, HasSubstr("cue list '5'"));
-    desk_->Send(Go(3, "99"));
-    EXPECT_THAT(Went(), ElementsAre("99"));
+    EXPECT_THAT(Went(Go(3, "99")), ElementsAre("99"));
     EXPECT_EQ(Report().newestRefusal, "no such cue");
     EXPECT_EQ(Report().refused, 4u);
 }
@@ -210,8 +198,7 @@ TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
     desk_ = std::make_shared<VirtualMidiInput>(L"Desk");
     Layer::Instance().AddInput(desk_);
     EXPECT_EQ(Report().state, "on");
-    desk_->Send(Go(0, "7"));
-    EXPECT_THAT(Went(), ElementsAre("7"));
+    EXPECT_THAT(Went(Go(0, "7")), ElementsAre("7"));
 }
 
 }  // namespace

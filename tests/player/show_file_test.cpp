@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/midi/message_of.h"
 #include "tests/player/temporary_folder.h"
 #include "zell/errors.h"
 
@@ -110,14 +111,9 @@ TEST(ShowFile, EveryFaultIsNamedAtOnceWithItsPlaceItsValueAndWhatIsAllowed) {
                 "/titel: \"T\" stands under an unknown name: the nearest known is \"title\" of \"title\", \"kind\", "
                 "\"groups\", \"trims\", \"mutes\", \"songs\", \"setList\", \"timeCode\", \"showControl\""),
         }));
-    try {
-        ParseShowFile(WithSong("\"number\": 0, \"title\": 1"), "shows/a.json");
-        ADD_FAILURE() << "accepted";
-    } catch (const player::ShowFileError& error) {
-        EXPECT_STREQ(error.what(),
-                     "shows/a.json: /songs/0/number: 0 is refused: allowed are whole numbers from 1 to 999999 "
-                     "(and 1 more)");
-    }
+    EXPECT_EQ(MessageOf<player::ShowFileError>(
+                  [] { ParseShowFile(WithSong("\"number\": 0, \"title\": 1"), "shows/a.json"); }),
+              "shows/a.json: /songs/0/number: 0 is refused: allowed are whole numbers from 1 to 999999 (and 1 more)");
 }
 
 TEST(ShowFile, SpansOfOneKindDoNotOverlap) {
@@ -236,13 +232,8 @@ TEST_F(ShowFileOnDisk, SavingTheBalanceChangesNothingElse) {
 }
 
 TEST_F(ShowFileOnDisk, AFileThatTheSystemWithholdsIsNoFaultyShow) {
-    const auto refusal = [](const fs::path& path) -> std::string {
-        try {
-            player::ReadShowFile(path);
-            return "accepted";
-        } catch (const zell::IoError& error) {
-            return error.what();
-        }
+    const auto refusal = [](const fs::path& path) {
+        return MessageOf<zell::IoError>([&] { player::ReadShowFile(path); });
     };
     const std::string missing = (folder_ / "missing.json").string(), folder = folder_.GetPath().string();
     EXPECT_EQ(refusal(missing), "cannot read " + missing + ": No such file or directory");

@@ -1,7 +1,6 @@
 #include "player/show_report.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <memory>

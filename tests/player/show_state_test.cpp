@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/midi/message_of.h"
+
 namespace player {
 namespace {
 
@@ -66,12 +68,7 @@ std::string Changed(std::string text, const std::string& from, const std::string
 }
 
 std::string Refusal(const std::string& json) {
-    try {
-        ShowState::Parse(json);
-        return "taken";
-    } catch (const std::invalid_argument& refusal) {
-        return refusal.what();
-    }
+    return MessageOf<std::invalid_argument>([&] { ShowState::Parse(json); });
 }
 
 TEST(ShowState, ComesBackAsItWasWritten) {
@@ -125,7 +122,7 @@ TEST(ShowState, AnyDamageIsRefusedInOneLineOrDoesNoHarm) {
     };
     // All but the line end at the end is needed.
     for (std::size_t length = 0; length + 1 < whole.size(); ++length)
-        EXPECT_NE(judge(whole.substr(0, length)), "taken") << length;
+        EXPECT_NE(judge(whole.substr(0, length)), "accepted") << length;
     constexpr std::uint32_t kSeed = 20;
     std::mt19937 random(kSeed);
     for (int round = 0; round < 3000; ++round) {
@@ -133,7 +130,7 @@ TEST(ShowState, AnyDamageIsRefusedInOneLineOrDoesNoHarm) {
         for (unsigned change = 0; change <= random() % 3; ++change)
             damaged[random() % damaged.size()] = static_cast<char>(random() % 256);
         SCOPED_TRACE("seed " + std::to_string(kSeed) + ", round " + std::to_string(round));
-        if (judge(damaged) == "taken")
+        if (judge(damaged) == "accepted")
             ShowState::Parse(ShowState::Parse(damaged).AsJson());
     }
     judge(std::string(100000, '['));

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "tests/player/offline_show.h"
-#include "vemo_core/song_builder.h"
 
 namespace player {
 namespace {
@@ -16,20 +15,13 @@ namespace {
 using namespace std::chrono_literals;
 using Kind = PlaybackRecord::Kind;
 
-/// In 4/4, 96 ticks a quarter.
 std::shared_ptr<const Show> SomeShow() {
-    std::vector<ImportedSong> imported;
-    for (unsigned song = 0; song < 3; ++song) {
-        SongBuilder builder(96);
-        builder.Title(1, "Song").Track(0, "part", 0, 127, 0, {{0, 0x90, 0, 60, 90}, {48, 0x80, 0, 60, 64}}).EndAt(3840);
-        imported.push_back({builder.BuildSong(), builder.BuildLog(), "Song", {}});
-    }
-    return ShowOf(imported);
+    return ShowOf(std::vector<ImportedSong>(3, SongOfBeats("Song", 40)));
 }
 
 class ShowStateTrackerTest : public ::testing::Test {
 protected:
-    void See(TransportState state, unsigned song, std::uint32_t tick = 0) {
+    std::string See(TransportState state, unsigned song, std::uint32_t tick = 0) {
         auto snapshot = std::make_shared<TransportSnapshot>();
         snapshot->number = ++number_;
         snapshot->show = show_;
@@ -37,12 +29,14 @@ protected:
         snapshot->song = song;
         snapshot->tick = tick;
         tracker_.Take(std::move(snapshot), now_);
+        return Place();
     }
-    void Stand(unsigned song, std::uint32_t tick) {
+    std::string Stand(unsigned song, std::uint32_t tick) {
         See(TransportState::kStopped, song, tick);
         tracker_.TakeStanding(song, tick);
+        return Place();
     }
-    void Hear(unsigned song, std::uint32_t tick, Kind kind = Kind::kClock) {
+    std::string Hear(unsigned song, std::uint32_t tick, Kind kind = Kind::kClock) {
         PlaybackRecord record;
         record.kind = kind;
         record.song = song;
@@ -51,8 +45,9 @@ protected:
         record.beat = tick % 384 / 96 + 1;
         record.time = now_;
         tracker_.Take(record);
+        return Place();
     }
-    /// "song@tick bar", or "none".
+    /// What See(), Stand() and Hear() return: "song@tick bar", or "none".
     std::string Place() const {
         const auto state = tracker_.GetState();
         return state ? state->song + "@" + std::to_string(state->tick) + " " + state->bar : "none";
@@ -66,25 +61,17 @@ protected:
 
 TEST_F(ShowStateTrackerTest, FollowsThePlayingByBarsAndStandsByTicks) {
     EXPECT_EQ(Place(), "none");
-    Stand(1, 0);
-    EXPECT_EQ(Place(), "1@0 1:1");
+    EXPECT_EQ(Stand(1, 0), "1@0 1:1");
     See(TransportState::kPlaying, 1);
-    Hear(1, 4);
-    EXPECT_EQ(Place(), "1@0 1:1");
-    Hear(1, 380);
-    EXPECT_EQ(Place(), "1@0 1:1");
-    Hear(1, 384);
-    EXPECT_EQ(Place(), "1@384 2:1");
+    EXPECT_EQ(Hear(1, 4), "1@0 1:1");
+    EXPECT_EQ(Hear(1, 380), "1@0 1:1");
+    EXPECT_EQ(Hear(1, 384), "1@384 2:1");
     Hear(1, 500);
-    See(TransportState::kPlaying, 1);  // something was set
-    EXPECT_EQ(Place(), "1@384 2:1");
-    Stand(1, 504);
-    EXPECT_EQ(Place(), "1@504 2:2");
-    Hear(1, 500);  // was still on its way
-    EXPECT_EQ(Place(), "1@504 2:2");
+    EXPECT_EQ(See(TransportState::kPlaying, 1), "1@384 2:1");  // something was set
+    EXPECT_EQ(Stand(1, 504), "1@504 2:2");
+    EXPECT_EQ(Hear(1, 500), "1@504 2:2");  // was still on its way
     See(TransportState::kPlaying, 1);
-    Hear(1, 480, Kind::kCountIn);  // located back within the bar
-    EXPECT_EQ(Place(), "1@480 2:2");
+    EXPECT_EQ(Hear(1, 480, Kind::kCountIn), "1@480 2:2");  // located back within the bar
     EXPECT_TRUE(tracker_.HasPlayed());
 }
 
@@ -96,14 +83,11 @@ TEST_F(ShowStateTrackerTest, WhatAnotherShowPlayedIsNoPlaceOfThisOne) {
     show_ = SomeShow();
     See(TransportState::kPlaying, 1);
     now_ -= 1ms;
-    Hear(1, 1152);
-    EXPECT_EQ(Place(), "none");
+    EXPECT_EQ(Hear(1, 1152), "none");
     now_ += 1ms;
-    Hear(1, 0);
-    EXPECT_EQ(Place(), "1@0 1:1");
+    EXPECT_EQ(Hear(1, 0), "1@0 1:1");
     show_ = nullptr;
-    See(TransportState::kEmpty, 0);
-    EXPECT_EQ(Place(), "none");
+    EXPECT_EQ(See(TransportState::kEmpty, 0), "none");
 }
 
 TEST_F(ShowStateTrackerTest, APlaceIsNeverToldOfAnotherSongHoweverLateTheNews) {
@@ -112,27 +96,19 @@ TEST_F(ShowStateTrackerTest, APlaceIsNeverToldOfAnotherSongHoweverLateTheNews) {
     Hear(1, 384);
     // The records are ahead of the snapshots.
     Hear(2, 12);
-    Hear(2, 400);
-    EXPECT_EQ(Place(), "1@384 2:1");
-    See(TransportState::kPlaying, 2);
-    EXPECT_EQ(Place(), "2@12 1:1");
+    EXPECT_EQ(Hear(2, 400), "1@384 2:1");
+    EXPECT_EQ(See(TransportState::kPlaying, 2), "2@12 1:1");
     // Of which one never tells: the operator chose another song meanwhile.
     Hear(3, 24);
-    See(TransportState::kPlaying, 1);
-    EXPECT_EQ(Place(), "none");
+    EXPECT_EQ(See(TransportState::kPlaying, 1), "none");
     Hear(1, 768);
-    See(TransportState::kPlaying, 3);
-    EXPECT_EQ(Place(), "none") << "that song was left again";
-    Hear(1, 1152);
-    EXPECT_EQ(Place(), "none") << "behind the snapshots";
-    Hear(3, 48);
-    EXPECT_EQ(Place(), "3@48 1:1");
+    EXPECT_EQ(See(TransportState::kPlaying, 3), "none") << "that song was left again";
+    EXPECT_EQ(Hear(1, 1152), "none") << "behind the snapshots";
+    EXPECT_EQ(Hear(3, 48), "3@48 1:1");
     Hear(1, 12);
     Hear(2, 12);
-    See(TransportState::kPlaying, 1);
-    EXPECT_EQ(Place(), "none") << "two songs ahead";
-    See(TransportState::kPlaying, 2);
-    EXPECT_EQ(Place(), "2@12 1:1");
+    EXPECT_EQ(See(TransportState::kPlaying, 1), "none") << "two songs ahead";
+    EXPECT_EQ(See(TransportState::kPlaying, 2), "2@12 1:1");
     // The host stands elsewhere than the snapshot says.
     See(TransportState::kStopped, 2, 1152);
     for (const auto& [song, tick] : {std::pair(3u, 1152u), {2u, 12u}}) {

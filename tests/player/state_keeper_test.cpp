@@ -5,7 +5,6 @@
 #include <chrono>
 #include <filesystem>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -15,7 +14,6 @@
 #include "tests/player/offline_show.h"
 #include "tests/player/song_generator.h"
 #include "tests/player/temporary_folder.h"
-#include "vemo_core/song_builder.h"
 
 namespace player {
 namespace {
@@ -23,14 +21,9 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-/// In 4/4, 96 ticks a quarter. Ends within its last bar: on a bar line, the end would be
-/// the place of no clock.
+/// Ends within its last bar: on a bar line, the end would be the place of no clock.
 ImportedSong Song(const std::string& title, unsigned bars = 4) {
-    SongBuilder builder(96);
-    builder.Title(1, title)
-        .Track(0, "part", 0, 127, 0, {{0, 0x90, 0, 60, 90}, {48, 0x80, 0, 60, 64}})
-        .EndAt(bars * 384 - 96);
-    return {builder.BuildSong(), builder.BuildLog(), title, {}};
+    return SongOfBeats(title, 4 * bars - 1);
 }
 
 class StateKeeperTest : public ::testing::Test {

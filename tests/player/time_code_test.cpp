@@ -1,16 +1,13 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -21,11 +18,10 @@
 #include "player/time_code_control.h"
 #include "player/time_code_port.h"
 #include "player/time_code_reader.h"
+#include "tests/midi/patience.h"
 #include "tests/player/offline_show.h"
 #include "tests/player/temporary_folder.h"
-#include "vemo_core/song_builder.h"
 #include "win32_layer/layer.h"
-#include "win32_layer/midi_output_device.h"
 #include "win32_layer/virtual_midi_output.h"
 
 namespace player {
@@ -38,25 +34,16 @@ using win32_layer::Layer;
 using win32_layer::VirtualMidiOutput;
 using Kind = TimeCodeReader::Event::Kind;
 
-constexpr unsigned kResolution = 96;
 constexpr double kBarSeconds = 2;
 
-/// 40 bars of 120 beats a minute.
-ImportedSong Song(const std::string& title) {
-    SongBuilder builder(kResolution);
-    builder.Track(0, "track", 0, 127, 0, {{0, 0x90, 0, 60, 90}, {kResolution, 0x80, 0, 60, 64}});
-    builder.EndAt(40 * 4 * kResolution);
-    return {builder.BuildSong(), builder.BuildLog(), title, {}};
-}
-
-/// A show in virtual time whose time code a receiver follows.
+/// A show in virtual time, of two songs of 40 bars, whose time code a receiver follows.
 class FollowedShow {
 public:
     using Steer = std::function<void(FollowedShow&, OfflineShow&, std::uint64_t clock)>;
     explicit FollowedShow(const Steer& steer)
         : control_(Settings()),
           show_(
-              {Song("One"), Song("Two")},
+              {SongOfBeats("One", 160), SongOfBeats("Two", 160)},
               [this, steer](OfflineShow& show, std::uint32_t) { steer(*this, show, show.GetClock()); },
               TransportSettings()) {
         host_ = &show_.GetTransport().GetHost();
@@ -282,26 +269,12 @@ TEST(TimeCodeReader, TellsGapsAndJumps) {
 }
 
 /// Takes nothing until it is let go.
-class StuckOutput : public win32_layer::MidiOutputDevice {
+class StuckOutput : public VirtualMidiOutput {
 public:
-    std::wstring GetName() const override { return L"Stuck"; }
-    std::string GetIdentity() const override { return "Stuck"; }
-    bool Open() override { return true; }
-    void Close() override {}
-    void Play(const std::uint8_t*, std::size_t, std::chrono::nanoseconds) override {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return isFree_; });
-    }
-    void LetGo() {
-        const std::lock_guard lock(mutex_);
-        isFree_ = true;
-        changed_.notify_all();
-    }
+    StuckOutput() : VirtualMidiOutput(L"Stuck") {}
+    void Play(const std::uint8_t*, std::size_t, std::chrono::nanoseconds) override { door.Pass(); }
 
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool isFree_ = false;
+    Door door;
 };
 
 TEST(TimeCodePort, ADeviceThatTakesNothingHoldsNobodyUpAndIsToldOf) {
@@ -315,7 +288,7 @@ TEST(TimeCodePort, ADeviceThatTakesNothingHoldsNobodyUpAndIsToldOf) {
             port.Send(piece, sizeof(piece));
         EXPECT_EQ(port.GetState(), TimeCodePort::State::kFailing);
         EXPECT_GT(port.GetLostCount(), 900u);
-        device->LetGo();
+        device->door.Open();
     }
     Layer::Instance().Reset();
     EXPECT_EQ(Layer::Instance().GetCounters().openStreams, 0);

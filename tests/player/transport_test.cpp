@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "midi/midi_device_unavailable.h"
+#include "tests/midi/patience.h"
 #include "tests/player/offline_show.h"
-#include "vemo_core/song_builder.h"
 #include "win32_layer/layer.h"
 
 namespace player {
@@ -21,20 +21,6 @@ namespace {
 using namespace std::chrono_literals;
 using win32_layer::Fault;
 using win32_layer::Layer;
-
-constexpr unsigned kResolution = 96;  // 4 ticks a clock
-
-/// In 4/4 at 120, a note on every quarter of channel 1.
-ImportedSong Song(const std::string& title, unsigned bars) {
-    SongBuilder builder(kResolution);
-    std::vector<vemo_midi::VoiceEvent> events;
-    for (unsigned beat = 0; beat < 4 * bars; ++beat) {
-        events.emplace_back(beat * kResolution, 0x90, 0, 60, 90);
-        events.emplace_back(beat * kResolution + 48, 0x80, 0, 60, 64);
-    }
-    builder.Title(1, title).Track(0, "part", 0, 127, 0, std::move(events)).EndAt(4 * bars * kResolution);
-    return {builder.BuildSong(), builder.BuildLog(), title, {}};
-}
 
 bool IsAnswered(std::future<CommandAnswer>& answer) {
     return answer.wait_for(20s) == std::future_status::ready;
@@ -53,7 +39,7 @@ TEST(Transport, RefusesWhatTheStateForbidsAndSaysWhy) {
         {"panic", ""},
     };
     {
-        OfflineShow show({Song("One", 2)}, [done = false](OfflineShow& running, std::uint32_t) mutable {
+        OfflineShow show({SongOfBeats("One", 8)}, [done = false](OfflineShow& running, std::uint32_t) mutable {
             if (std::exchange(done, true))
                 return;
             EXPECT_EQ(running.Do("play").message, "play is not possible while playing");
@@ -79,7 +65,7 @@ TEST(Transport, AnswersEveryCommandOfThreeThreadsAlsoWhenItIsDestroyedBeforeThei
     std::vector<std::future<CommandAnswer>> answers[3];
     std::promise<void> reached, release;
     {
-        OfflineShow show({Song("One", 4)});
+        OfflineShow show({SongOfBeats("One", 16)});
         // The device holds the transport while the others post.
         Layer::Instance().SetObserver([&, held = false](const std::uint8_t*, std::size_t, auto) mutable {
             if (std::exchange(held, true))
@@ -126,8 +112,8 @@ TEST(Transport, ADeviceThatRefusesToOpenIsReported) {
 }
 
 TEST(Transport, ADeviceThatTakesNothingMoreEndsInAFaultAndHoldsNothingUp) {
-    OfflineShow show({Song("One", 8)}, [done = false](OfflineShow& running, std::uint32_t tick) mutable {
-        if (tick < 4 * kResolution || std::exchange(done, true))
+    OfflineShow show({SongOfBeats("One", 32)}, [done = false](OfflineShow& running, std::uint32_t tick) mutable {
+        if (tick < 4 * 96 || std::exchange(done, true))
             return;
         Layer::Instance().Fail(Fault::kOut, 6, 1'000'000);  // no driver
         running.GetTransport().PostFault("the output is lost");
@@ -147,17 +133,11 @@ TEST(Transport, ABufferThatNeverReturnsCostsSecondsAndNotTheShow) {
     {
         Transport::Settings settings;
         settings.tempoScale = 2;
-        settings.show = ShowOf({Song("One", 1)});
+        settings.show = ShowOf({SongOfBeats("One", 4)});
         Transport transport(settings, show, feed);
         Layer::Instance().HoldBuffers(1);
         ASSERT_TRUE(transport.Post(ParseCommand("play")).get().done);
-        std::uint64_t seen = 0;
-        for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < 30s;) {
-            const auto snapshot = transport.WaitForChange(seen, 100ms);
-            seen = snapshot->number;
-            if (snapshot->state != TransportState::kPlaying)
-                break;
-        }
+        WaitUntil([&] { return transport.GetSnapshot()->state != TransportState::kPlaying; });
         EXPECT_EQ(transport.GetSnapshot()->state, TransportState::kEnded);
     }
     Layer::Instance().Reset();

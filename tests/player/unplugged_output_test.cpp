@@ -6,14 +6,12 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "player/midi_file_import.h"
 #include "tests/player/offline_show.h"
 #include "tests/player/song_generator.h"
 #include "win32_layer/layer.h"
-#include "win32_layer/midi_output_device.h"
+#include "win32_layer/virtual_midi_output.h"
 
 namespace player {
 namespace {
@@ -24,12 +22,9 @@ using win32_layer::Layer;
 constexpr int kUnplugs = 100;
 
 /// In the place of the show's device; it lacks what was sent while it was unplugged.
-class Instrument : public win32_layer::MidiOutputDevice {
+class Instrument : public win32_layer::VirtualMidiOutput {
 public:
-    std::wstring GetName() const override { return L"Receiver"; }
-    std::string GetIdentity() const override { return "virtual:Receiver"; }
-    bool Open() override { return true; }
-    void Close() override {}
+    Instrument() : VirtualMidiOutput(L"Receiver") {}
     void Play(const std::uint8_t* bytes, std::size_t count, std::chrono::nanoseconds) override {
         for (Receiver* receiver : {&obedient, &deaf})
             receiver->Take({bytes[0], bytes[1], count > 2 ? bytes[2] : std::uint8_t{0}});

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <mmsystem.h>
@@ -16,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/midi/patience.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_input.h"
 
@@ -38,9 +38,8 @@ std::string Hex(const Bytes& bytes) {
     return text;
 }
 
-/// An input that keeps what it hears, as text: "903C40" for a message, without the zeros
-/// at its end, "!..." for one that was lost; "L..." for a filled buffer, "E..." for one that was broken off; "open" and
-/// "close".
+/// An input that keeps what it hears, as text: "903C40" for a message, without the zeros at its end, "!..." for one
+/// that was lost; "L..." for a filled buffer, "E..." for one that was broken off; "open" and "close".
 class MidiInLayer : public testing::Test {
 protected:
     MidiInLayer() {
@@ -83,8 +82,10 @@ protected:
         midiInClose(input_);
         input_ = nullptr;
     }
-    /// Everything up to the end of input, for which an active sensing byte stands.
-    std::vector<std::string> Hear() {
+    /// What comes of this and everything sent before, up to an active sensing byte.
+    std::vector<std::string> Hear(const Bytes& sent = {}) {
+        if (!sent.empty())
+            device_->Send(sent);
         device_->Send({0xFE});
         WaitToHear("FE");
         const std::lock_guard lock(mutex_);
@@ -151,8 +152,7 @@ TEST_F(MidiInLayer, MessagesAreWholeHoweverTheBytesCome) {
                          0xB0, 0x07, 0xF6, 0x64, 0xF2, 0x01, 0xFA, 0x02, 0x03, 0xF7, 0x04, 0xD0, 0x55, 0xF7};
     const std::vector<std::string> messages = {"903C40", "F8", "903C", "C507",   "C508",
                                                "F123",   "F6", "FA",   "F20102", "D055"};
-    device_->Send(bytes);
-    EXPECT_EQ(Hear(), messages);
+    EXPECT_EQ(Hear(bytes), messages);
     for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
         const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(cut);
         device_->Send({bytes.begin(), middle});
@@ -169,18 +169,16 @@ TEST_F(MidiInLayer, MessagesAreWholeHoweverTheBytesCome) {
 TEST_F(MidiInLayer, SystemExclusiveFillsTheBuffersThatThereAre) {
     OpenAndStart();
     AddBuffers(3, 4);
-    device_->Send({0xF0, 1, 2, 0xF8, 3, 4, 5, 6, 0xF7});
-    EXPECT_THAT(Hear(), ElementsAre("F8", "LF0010203", "L040506F7"));
+    EXPECT_THAT(Hear({0xF0, 1, 2, 0xF8, 3, 4, 5, 6, 0xF7}), ElementsAre("F8", "LF0010203", "L040506F7"));
     // One buffer is left, and a message that does not fit into it is cut there.
-    device_->Send({0xF0, 1, 2, 3, 4, 5, 0xF7, 0xF0, 9, 0xF7, 0x90, 1, 2, 0xF0, 1});
-    EXPECT_THAT(Hear(), ElementsAre("LF0010203", "900102"));
+    EXPECT_THAT(Hear({0xF0, 1, 2, 3, 4, 5, 0xF7, 0xF0, 9, 0xF7, 0x90, 1, 2, 0xF0, 1}),
+                ElementsAre("LF0010203", "900102"));
     for (Buffer& buffer : buffers_)
         ASSERT_EQ(midiInAddBuffer(input_, &buffer.header, sizeof(MIDIHDR)), 0u);
     EXPECT_EQ(midiInAddBuffer(input_, &buffers_[0].header, sizeof(MIDIHDR)), MMRESULT{MIDIERR_STILLPLAYING});
     EXPECT_EQ(midiInClose(input_), MMRESULT{MIDIERR_STILLPLAYING});
     device_->Send({2, 0xF7});  // of a message that found no buffer, which comes too late
-    device_->Send({0xF0, 1, 0x91, 1, 2, 0xF0, 6, 0xF0, 7});
-    EXPECT_THAT(Hear(), ElementsAre("EF001", "910102", "EF006"));
+    EXPECT_THAT(Hear({0xF0, 1, 0x91, 1, 2, 0xF0, 6, 0xF0, 7}), ElementsAre("EF001", "910102", "EF006"));
     EXPECT_EQ(midiInStop(input_), 0u);
     EXPECT_THAT(std::exchange(heard_, {}), ElementsAre("LF007"));
     device_->Send({0x90, 1, 2});  // heard by nobody
@@ -249,8 +247,7 @@ TEST_F(MidiInLayer, ACallbackMayReplaceItsOwnInput) {
         std::this_thread::yield();
     buffers_.clear();
     EXPECT_EQ(midiInStart(first), MMRESULT{MMSYSERR_INVALHANDLE});
-    device_->Send({0x91, 5, 6});
-    EXPECT_THAT(Hear(), ElementsAre("900102", "L", "L", "close", "open", "910506"));
+    EXPECT_THAT(Hear({0x91, 5, 6}), ElementsAre("900102", "L", "L", "close", "open", "910506"));
     Close();
 }
 
@@ -315,8 +312,7 @@ TEST_F(MidiInLayer, WhatAFloodHasDroppedIsToldInItsPlaceOncePerGap) {
     flood({}, {{0xF0, 1, 0xF7}}, "E");
     flood({}, {{0xF0, 1, 0xF7}, {0x90, 61, 64}}, "!903D40");
     EXPECT_THAT(Hear(), ElementsAre("FA", "E", "FA", "!903D40")) << "no buffer is left";
-    device_->Send({0x90, 62, 64});
-    EXPECT_THAT(Hear(), ElementsAre("903E40"));
+    EXPECT_THAT(Hear({0x90, 62, 64}), ElementsAre("903E40"));
     Close();
 }
 
@@ -344,10 +340,8 @@ TEST_F(MidiInLayer, WithoutACallbackABufferTellsByItsFlags) {
     AddBuffers(1, 8);
     ASSERT_EQ(midiInStart(input_), 0u);
     device_->Send({0x90, 1, 2, 0xF0, 7, 0xF7});
-    const auto start = std::chrono::steady_clock::now();
-    while (midiInUnprepareHeader(input_, &buffers_[0].header, sizeof(MIDIHDR)) == MIDIERR_STILLPLAYING &&
-           std::chrono::steady_clock::now() - start < 20s)
-        std::this_thread::yield();
+    EXPECT_TRUE(WaitUntil(
+        [&] { return midiInUnprepareHeader(input_, &buffers_[0].header, sizeof(MIDIHDR)) != MIDIERR_STILLPLAYING; }));
     EXPECT_EQ(buffers_[0].header.dwFlags, DWORD{MHDR_DONE});
     EXPECT_EQ(buffers_[0].header.dwBytesRecorded, 3u);
 }

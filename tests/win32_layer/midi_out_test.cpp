@@ -1,22 +1,18 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <mmsystem.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "tests/midi/patience.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_output.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using win32_layer::Fault;
 using win32_layer::Layer;
@@ -48,10 +44,6 @@ protected:
         header_.dwBufferLength = static_cast<DWORD>(fullFrame_.size());
         ASSERT_EQ(midiOutPrepareHeader(output_, &header_, sizeof(header_)), 0u);
     }
-    bool WaitForDone() {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, 10s, [this] { return isDone_; });
-    }
     std::vector<Bytes> Played() const {
         std::vector<Bytes> played;
         for (const auto& message : device_->GetPlayed())
@@ -63,18 +55,13 @@ protected:
     HMIDIOUT output_ = nullptr;
     Bytes fullFrame_ = {0xF0, 0x7F, 0x7F, 1, 1, 0x61, 2, 3, 4, 0xF7};
     MIDIHDR header_{};
+    Count done_;
 
 private:
     static void CALLBACK OnMessage(HMIDIOUT, UINT message, DWORD_PTR instance, DWORD_PTR, DWORD_PTR) {
-        auto& self = *reinterpret_cast<MidiOutLayer*>(instance);
-        const std::lock_guard lock(self.mutex_);
-        self.isDone_ = self.isDone_ || message == MOM_DONE;
-        self.changed_.notify_all();
+        if (message == MOM_DONE)
+            reinterpret_cast<MidiOutLayer*>(instance)->done_.Add();
     }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool isDone_ = false;
 };
 
 TEST_F(MidiOutLayer, ShortMessagesPlayAtOnceWithTheBytesThatTheirStatusTakes) {
@@ -92,7 +79,7 @@ TEST_F(MidiOutLayer, ALongMessagePlaysWithoutARestartAndComesBack) {
     EXPECT_EQ(midiOutLongMsg(output_, &header_, sizeof(header_)), static_cast<MMRESULT>(MIDIERR_UNPREPARED));
     Prepare();
     EXPECT_EQ(midiOutLongMsg(output_, &header_, sizeof(header_)), 0u);
-    ASSERT_TRUE(WaitForDone());
+    ASSERT_TRUE(done_.WaitFor(1));
     EXPECT_THAT(Played(), ElementsAre(fullFrame_));
     EXPECT_EQ(midiStreamOut(reinterpret_cast<HMIDISTRM>(output_), &header_, sizeof(header_)),
               static_cast<MMRESULT>(MMSYSERR_INVALHANDLE));
@@ -108,7 +95,7 @@ TEST_F(MidiOutLayer, AnOutputWithAQueuedBufferClosesOnlyAfterAReset) {
     EXPECT_EQ(midiOutClose(output_), static_cast<MMRESULT>(MIDIERR_STILLPLAYING));
 
     EXPECT_EQ(midiOutReset(output_), 0u);
-    ASSERT_TRUE(WaitForDone());
+    ASSERT_TRUE(done_.WaitFor(1));
     EXPECT_EQ(Played().size(), 16u * 129u) << "a damper and 128 note-offs a channel, and not what was held";
 }
 

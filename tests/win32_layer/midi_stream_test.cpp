@@ -12,7 +12,6 @@
 #include <latch>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>

@@ -1,9 +1,7 @@
 #include "win32_layer/Sources/real_devices/queued_sender.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <string>

@@ -1,7 +1,6 @@
 #include "win32_layer/Sources/real_devices/refusals.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <vector>
 

@@ -3,13 +3,11 @@
 
 #include <mmsystem.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <latch>
 #include <limits>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 

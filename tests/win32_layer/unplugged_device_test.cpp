@@ -1,16 +1,13 @@
 // Outputs that go and come back beneath open handles.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <mmsystem.h>
 
 #include <array>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -21,7 +18,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using win32_layer::Delivery;
 using win32_layer::Layer;
@@ -94,11 +90,8 @@ protected:
         header_.lpData = reinterpret_cast<LPSTR>(events_.data());
         header_.dwBufferLength = header_.dwBytesRecorded = sizeof(events_);
         midiOutPrepareHeader(reinterpret_cast<HMIDIOUT>(stream), &header_, sizeof(header_));
-        isDone_ = false;
-        if (midiStreamOut(stream, &header_, sizeof(header_)) != MMSYSERR_NOERROR)
-            return false;
-        std::unique_lock lock(mutex_);
-        return done_.wait_for(lock, 10s, [this] { return isDone_; });
+        const int before = done_.Get();
+        return midiStreamOut(stream, &header_, sizeof(header_)) == MMSYSERR_NOERROR && done_.WaitFor(before + 1);
     }
 
     const std::shared_ptr<PluggedOutput> other_ = std::make_shared<PluggedOutput>(L"other", "other");
@@ -107,18 +100,14 @@ protected:
 
 private:
     static void CALLBACK OnMessage(HMIDIOUT, UINT message, DWORD_PTR instance, DWORD_PTR, DWORD_PTR) {
-        auto& self = *reinterpret_cast<UnpluggedDevice*>(instance);
-        const std::lock_guard lock(self.mutex_);
-        self.isDone_ = self.isDone_ || message == MOM_DONE;
-        self.done_.notify_all();
+        if (message == MOM_DONE)
+            reinterpret_cast<UnpluggedDevice*>(instance)->done_.Add();
     }
 
     std::vector<HMIDISTRM> streams_;
     std::array<DWORD, 3> events_{};
     MIDIHDR header_{};
-    std::mutex mutex_;
-    std::condition_variable done_;
-    bool isDone_ = false;
+    Count done_;
 };
 
 TEST_F(UnpluggedDevice, WhatIsSentToALostDeviceIsSwallowedAndReturnedAndTheNextOneGetsWhatFollows) {

@@ -1,7 +1,6 @@
 #include "zell/cout_buffer.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
