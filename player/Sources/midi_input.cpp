@@ -13,6 +13,7 @@
 
 #include "player/device_choice.h"
 #include "player/device_name.h"
+#include "player/display_text.h"
 #include "vemo_core/exception_log.h"
 #include "zell/format.h"
 
@@ -35,6 +36,10 @@ std::size_t LengthOf(std::uint8_t status) {
         case 0xF0: return status == 0xF2 ? 3 : status == 0xF1 || status == 0xF3 ? 2 : 1;
         default: return 3;
     }
+}
+
+std::string Quoted(const std::vector<std::string>& names, unsigned int device) {
+    return device < names.size() ? "'" + DisplayText(names[device]) + "'" : std::to_string(device);
 }
 
 }  // namespace
@@ -77,11 +82,10 @@ private:
     static void Check(MMRESULT result, unsigned int device) {
         if (result == MMSYSERR_NOERROR)
             return;
-        const std::vector<std::string> names = GetNames();
-        const std::string name = device < names.size() ? "'" + names[device] + "'" : std::to_string(device);
-        throw std::runtime_error(result == MMSYSERR_ALLOCATED
-                                     ? "MIDI input " + name + " is in use, where it can be opened once, or refuses"
-                                     : zell::format("MIDI input %s cannot be opened: error %d", name, result));
+        throw std::runtime_error(
+            result == MMSYSERR_ALLOCATED || IsLost(device)
+                ? DescribeRefusal(device)
+                : zell::format("MIDI input %s cannot be opened: error %d", Quoted(GetNames(), device), result));
     }
 
     void Close() {
@@ -191,7 +195,7 @@ std::vector<std::string> MidiInput::GetNames() {
 }
 
 unsigned int MidiInput::Select(const std::string& wanted) {
-    return static_cast<unsigned int>(ChooseDevice("input", wanted, GetNames()));
+    return static_cast<unsigned int>(ChooseDevice("input", wanted, GetNames(), IsLost));
 }
 
 std::optional<unsigned int> MidiInput::Find(const std::string& name) {
@@ -200,6 +204,13 @@ std::optional<unsigned int> MidiInput::Find(const std::string& name) {
         if (names[device] == name && !IsLost(device))
             return device;
     return std::nullopt;
+}
+
+std::string MidiInput::DescribeRefusal(unsigned int device) {
+    const std::vector<std::string> names = GetNames();
+    const bool isThere = device < names.size() && !IsLost(device);
+    return "MIDI input " + Quoted(names, device) +
+           (isThere ? " is in use by another, or refuses to be opened" : " is not there now");
 }
 
 }  // namespace player
