@@ -36,6 +36,9 @@ public:
 
     /// System exclusive messages that were too long, broken off or badly received.
     std::uint64_t GetDiscarded() const;
+    /// How often the device told of short messages that were lost, or badly received: each
+    /// time of one at least.
+    std::uint64_t GetLosses() const;
 
     /// Display names of this machine's inputs, in UTF-8, by device index.
     static std::vector<std::string> GetNames();

@@ -5,6 +5,7 @@
 #include <mmsystem.h>
 
 #include <array>
+#include <atomic>
 #include <exception>
 #include <iterator>
 #include <mutex>
@@ -72,6 +73,7 @@ public:
         const std::lock_guard lock(mutex_);
         return discarded_;
     }
+    std::uint64_t GetLosses() const { return losses_; }
 
 private:
     struct Buffer {
@@ -105,6 +107,7 @@ private:
             const double seconds = static_cast<double>(static_cast<DWORD>(time)) / 1e3;
             switch (message) {
                 case MIM_DATA: device.TakeShort(static_cast<DWORD>(parameter), seconds); break;
+                case MIM_ERROR: ++device.losses_; break;
                 case MIM_LONGDATA:
                 case MIM_LONGERROR:
                     device.TakeBuffer(*reinterpret_cast<MIDIHDR*>(parameter), message == MIM_LONGERROR, seconds);
@@ -163,6 +166,7 @@ private:
     }
 
     const Receiver receiver_;
+    std::atomic<std::uint64_t> losses_{0};
     HMIDIIN handle_ = nullptr;
     std::array<Buffer, kBuffers> buffers_;
     std::vector<std::uint8_t> message_;  // begun, not ended
@@ -181,6 +185,10 @@ MidiInput::~MidiInput() = default;
 
 std::uint64_t MidiInput::GetDiscarded() const {
     return device_->GetDiscarded();
+}
+
+std::uint64_t MidiInput::GetLosses() const {
+    return device_->GetLosses();
 }
 
 std::vector<std::string> MidiInput::GetNames() {
