@@ -36,17 +36,23 @@ public:
 
     /// System exclusive messages that were too long, broken off or badly received.
     std::uint64_t GetDiscarded() const;
+    /// How often the device told of short messages that were lost, or badly received: each
+    /// time of one at least.
+    std::uint64_t GetLosses() const;
 
     /// Display names of this machine's inputs, in UTF-8, by device index.
     static std::vector<std::string> GetNames();
-    /// The index of the input of that name or index. std::invalid_argument with one line
-    /// that names those there are.
+    /// The index of the input of that name or index, also of one that is lost.
+    /// std::invalid_argument with one line that names those there are.
     static unsigned int Select(const std::string& wanted);
     /// The index of the input of exactly that name that is plugged in.
     static std::optional<unsigned int> Find(const std::string& name);
     /// Whether the input of that index is known to be unplugged; on any thread. One that is
     /// open is heard again when it is back.
     static bool IsLost(unsigned int device);
+    /// One line that tells why the input of that index was not to be opened: it is not there
+    /// now, or in use.
+    static std::string DescribeRefusal(unsigned int device);
 
 private:
     class Device;

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "midi/midi_port_error.h"
 #include "player/atomic_file.h"
 #include "player/commands_file.h"
 #include "player/display_text.h"
@@ -359,7 +360,14 @@ void CommandInput::SetInput(const std::string& device) {
         throw std::invalid_argument("'" + DisplayText(name) + "' is beyond the 256 inputs that can be chosen");
     if (request_)
         throw std::invalid_argument(NameOf(request_->id) + " waits for its pedal; see: give up learning");
-    ConnectTo(name, static_cast<unsigned char>(index));
+    // Before the one that is heard, which may be the same, is let go.
+    if (MidiInput::IsLost(index))
+        throw std::invalid_argument(MidiInput::DescribeRefusal(index));
+    try {
+        ConnectTo(name, static_cast<unsigned char>(index));
+    } catch (const MidiPortError&) {  // tells the platform's number, and no name
+        throw std::invalid_argument(MidiInput::DescribeRefusal(index));
+    }
     WritePedals();
     WriteSettings();
     Publish();

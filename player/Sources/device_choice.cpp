@@ -8,7 +8,8 @@
 
 namespace player {
 
-std::size_t ChooseDevice(const std::string& kind, const std::string& wanted, const std::vector<std::string>& names) {
+std::size_t ChooseDevice(const std::string& kind, const std::string& wanted, const std::vector<std::string>& names,
+                         const std::function<bool(std::size_t index)>& isLost) {
     const auto found = std::find(names.begin(), names.end(), wanted);
     std::size_t index = static_cast<std::size_t>(found - names.begin());
     if (found == names.end()) {
@@ -19,8 +20,9 @@ std::size_t ChooseDevice(const std::string& kind, const std::string& wanted, con
     if (index < names.size())
         return index;
     std::string all;
-    for (const std::string& name : names)
-        all += (all.empty() ? "'" : ", '") + name + "'";
+    for (std::size_t device = 0; device < names.size(); ++device)
+        if (!isLost || !isLost(device))
+            all += (all.empty() ? "'" : ", '") + names[device] + "'";
     throw std::invalid_argument("no " + kind + " device '" + DisplayText(wanted) + "'; there are " +
                                 (all.empty() ? "none" : all));
 }

@@ -90,19 +90,26 @@ private:
 
 /// Hands every message of an input to a function on this thread until it is interrupted.
 template <class Taken>
-void Listen(const std::string& name, Taken taken) {
+void Listen(const std::string& wanted, Taken taken) {
+    const unsigned int device = MidiInput::Select(wanted);
+    const std::string name = DisplayText(MidiInput::GetNames().at(device));
     Arrived arrived;
-    const MidiInput input(MidiInput::Select(name),
+    const MidiInput input(device,
                           [&](const std::uint8_t* bytes, std::size_t count, double) { arrived.Add(bytes, count); });
     std::signal(SIGINT, OnInputInterrupt);
     std::signal(SIGTERM, OnInputInterrupt);
+    bool wasLost = false;
     while (interrupted == 0 && std::ferror(stdout) == 0) {
         for (const Arrived::Message& message : arrived.Wait())
             taken(message);
         std::fflush(stdout);
+        const bool isLost = MidiInput::IsLost(device);
+        if (std::exchange(wasLost, isLost) != isLost)
+            Complain("the input '" + name +
+                     (isLost ? "' is lost; it will be heard again when it is back" : "' is there"));
     }
-    if (const std::uint64_t lost = arrived.GetLost() + input.GetDiscarded(); lost > 0)
-        Complain(zell::format("%u messages were lost", lost));
+    if (const std::uint64_t lost = arrived.GetLost() + input.GetDiscarded() + input.GetLosses(); lost > 0)
+        Complain(zell::format("at least %u messages were lost", lost));
 }
 
 void PrintReport(const CommandInput::Report& report) {

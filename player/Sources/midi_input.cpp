@@ -5,6 +5,7 @@
 #include <mmsystem.h>
 
 #include <array>
+#include <atomic>
 #include <exception>
 #include <iterator>
 #include <mutex>
@@ -13,6 +14,7 @@
 
 #include "player/device_choice.h"
 #include "player/device_name.h"
+#include "player/display_text.h"
 #include "vemo_core/exception_log.h"
 #include "zell/format.h"
 
@@ -35,6 +37,10 @@ std::size_t LengthOf(std::uint8_t status) {
         case 0xF0: return status == 0xF2 ? 3 : status == 0xF1 || status == 0xF3 ? 2 : 1;
         default: return 3;
     }
+}
+
+std::string Quoted(const std::vector<std::string>& names, unsigned int device) {
+    return device < names.size() ? "'" + DisplayText(names[device]) + "'" : std::to_string(device);
 }
 
 }  // namespace
@@ -67,6 +73,7 @@ public:
         const std::lock_guard lock(mutex_);
         return discarded_;
     }
+    std::uint64_t GetLosses() const { return losses_; }
 
 private:
     struct Buffer {
@@ -77,11 +84,10 @@ private:
     static void Check(MMRESULT result, unsigned int device) {
         if (result == MMSYSERR_NOERROR)
             return;
-        const std::vector<std::string> names = GetNames();
-        const std::string name = device < names.size() ? "'" + names[device] + "'" : std::to_string(device);
-        throw std::runtime_error(result == MMSYSERR_ALLOCATED
-                                     ? "MIDI input " + name + " is in use, where it can be opened once, or refuses"
-                                     : zell::format("MIDI input %s cannot be opened: error %d", name, result));
+        throw std::runtime_error(
+            result == MMSYSERR_ALLOCATED || IsLost(device)
+                ? DescribeRefusal(device)
+                : zell::format("MIDI input %s cannot be opened: error %d", Quoted(GetNames(), device), result));
     }
 
     void Close() {
@@ -101,6 +107,7 @@ private:
             const double seconds = static_cast<double>(static_cast<DWORD>(time)) / 1e3;
             switch (message) {
                 case MIM_DATA: device.TakeShort(static_cast<DWORD>(parameter), seconds); break;
+                case MIM_ERROR: ++device.losses_; break;
                 case MIM_LONGDATA:
                 case MIM_LONGERROR:
                     device.TakeBuffer(*reinterpret_cast<MIDIHDR*>(parameter), message == MIM_LONGERROR, seconds);
@@ -159,6 +166,7 @@ private:
     }
 
     const Receiver receiver_;
+    std::atomic<std::uint64_t> losses_{0};
     HMIDIIN handle_ = nullptr;
     std::array<Buffer, kBuffers> buffers_;
     std::vector<std::uint8_t> message_;  // begun, not ended
@@ -179,6 +187,10 @@ std::uint64_t MidiInput::GetDiscarded() const {
     return device_->GetDiscarded();
 }
 
+std::uint64_t MidiInput::GetLosses() const {
+    return device_->GetLosses();
+}
+
 std::vector<std::string> MidiInput::GetNames() {
     std::vector<std::string> names;
     for (UINT index = 0; index < midiInGetNumDevs(); ++index) {
@@ -191,7 +203,7 @@ std::vector<std::string> MidiInput::GetNames() {
 }
 
 unsigned int MidiInput::Select(const std::string& wanted) {
-    return static_cast<unsigned int>(ChooseDevice("input", wanted, GetNames()));
+    return static_cast<unsigned int>(ChooseDevice("input", wanted, GetNames(), IsLost));
 }
 
 std::optional<unsigned int> MidiInput::Find(const std::string& name) {
@@ -200,6 +212,13 @@ std::optional<unsigned int> MidiInput::Find(const std::string& name) {
         if (names[device] == name && !IsLost(device))
             return device;
     return std::nullopt;
+}
+
+std::string MidiInput::DescribeRefusal(unsigned int device) {
+    const std::vector<std::string> names = GetNames();
+    const bool isThere = device < names.size() && !IsLost(device);
+    return "MIDI input " + Quoted(names, device) +
+           (isThere ? " is in use by another, or refuses to be opened" : " is not there now");
 }
 
 }  // namespace player

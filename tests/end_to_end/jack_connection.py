@@ -295,6 +295,26 @@ def an_instrument_that_is_away_for_a_moment_is_heard_again(_server, instrument, 
             wait_for(lambda: any(one[0] >> 4 == 9 for _, one in instrument.take()), "notes")
 
 
+def a_monitor_tells_when_its_input_goes_and_comes_back(_server, instrument, folder):
+    said, heard = folder / "said", folder / "heard"
+    with said.open("w") as errors, heard.open("w") as output:
+        monitor = subprocess.Popen([BIN / "vemo_player", "monitor", "instrument:pedal"], env=ENVIRONMENT,
+                                   stdout=output, stderr=errors)
+    try:
+        wait_for(lambda: instrument.press("903c40") and "note on  C4 " in heard.read_text(), "a note")
+        instrument.unplug()
+        wait_for(lambda: "lost" in said.read_text(), "the loss to be told")
+        instrument.__init__("instrument")
+        wait_for(lambda: "is there" in said.read_text(), "the return to be told")
+        wait_for(lambda: instrument.press("903d40") and "note on  C#4 " in heard.read_text(), "a note again")
+        monitor.send_signal(signal.SIGINT)
+        same(monitor.wait(5), 0, "status of a monitor that is interrupted")
+    finally:
+        monitor.kill()
+    text = said.read_text()
+    same((text.count("' is lost"), text.count("' is there")), (1, 1), "told once each")
+
+
 def a_server_that_dies_or_hangs_hangs_no_player(server, instrument, folder):
     (folder / "song.mid").write_bytes(SONG.read_bytes())
     show = show_of_one_song(folder)
@@ -352,6 +372,7 @@ def main():
                                 a_pedal_plays_what_it_was_taught]),
               run_on(USUAL, [an_unplugged_instrument_is_shown_and_comes_back_with_its_state,
                              an_instrument_that_is_away_for_a_moment_is_heard_again,
+                             a_monitor_tells_when_its_input_goes_and_comes_back,
                              a_server_that_dies_or_hangs_hangs_no_player])]
     ran = [count for count in counts if count]
     passed, failed = sum(one for one, _ in ran), sum(one for _, one in ran)

@@ -27,6 +27,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::ThrowsMessage;
 using testing::UnorderedElementsAre;
 using win32_layer::Layer;
 using win32_layer::VirtualMidiInput;
@@ -227,6 +228,10 @@ TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
     Layer::Instance().RemoveInput(pedals_);
     input_->Poll();
     EXPECT_FALSE(input_->GetReport().isOpen);
+    EXPECT_THAT([this] { input_->SetInput("Pedals"); },
+                ThrowsMessage<std::invalid_argument>("MIDI input 'Pedals' is not there now"));
+    EXPECT_THAT([this] { input_->SetInput("Nothing"); },
+                ThrowsMessage<std::invalid_argument>("no input device 'Nothing'; there are 'Keys', 'Stranger'"));
     Layer::Instance().AddInput(pedals_);
     input_->Poll();
     EXPECT_TRUE(input_->GetReport().isOpen);
@@ -235,8 +240,9 @@ TEST_F(CommandInputTest, AnInputThatIsNotThereIsWaitedForAndNoOtherTaken) {
     EXPECT_EQ(Fired({0xB0, 64, 127}), Kinds{CommandKind::kNextSong});
     // It stays what it is where another one cannot be had.
     keys_->SetRefusesOpen(true);
-    EXPECT_ANY_THROW(input_->SetInput("Keys"));
-    EXPECT_THROW(input_->SetInput("Nothing"), std::invalid_argument);
+    EXPECT_THAT(
+        [this] { input_->SetInput("Keys"); },
+        ThrowsMessage<std::invalid_argument>("MIDI input 'Keys' is in use by another, or refuses to be opened"));
     now_ = now_.load() + 2s;
     input_->Poll();
     EXPECT_EQ(input_->GetReport().input, "Pedals");

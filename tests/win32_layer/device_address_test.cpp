@@ -40,11 +40,14 @@ TEST(DeviceAddress, TheRecordsNameKeepsWhatTellsThePortsOfADeviceApart) {
                 {"Synth:Port 1 20:0", L"Synth:Port 1"},
                 {"Keys: 1:Keys: 1 MIDI 2 20:0", L"Keys: 1 MIDI 2"},
                 {"a:12345678901234567890123456789 20:0", L"a:12345678901234567890123456789"},
-                {"a:123456789012345678901234567890 20:0", L"a:1234567890123~678901234567890"},
+                {"a:123456789012345678901234567890 20:0", L"a:1234567890~b649~8901234567890"},
                 // Two bytes to a character, of which neither may stand alone: none is cut at the head or at the tail.
                 {"a:123456789012\xC3\xA4XY 20:0", L"a:123456789012\u00C3\u00A4XY"},
-                {"a:123456789012\xC3\xA4XYZ6789012345678901 20:0", L"a:123456789012~6789012345678901"},
-                {"b:12345678901234567890\xC3\xA4Xbcdefghijklmn 20:0", L"b:1234567890123~Xbcdefghijklmn"}};
+                {"a:123456789\xC3\xA4XYZ6789012345678901 20:0", L"a:123456789~53ad~89012345678901"},
+                {"b:12345678901234567890\xC3\xA4Xbcdefghijkl 20:0", L"b:1234567890~edd7~Xbcdefghijkl"},
+                // What is cut out tells them apart all the same.
+                {"Stage Pedalboard LEFT footswitches:out", L"Stage Pedalb~3f39~tswitches:out"},
+                {"Stage Pedalboard RIGHT footswitches:out", L"Stage Pedalb~11f5~tswitches:out"}};
     for (const auto& [name, shown] : rows) {
         const std::wstring is = DeviceAddress{DeviceSystem::kAlsa, name, nullptr, {}}.GetPlatformName();
         EXPECT_EQ(is, shown) << name;

@@ -1,6 +1,7 @@
 #include "device_address.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
 namespace win32_layer {
@@ -18,21 +19,36 @@ std::string WithoutRepeatedClient(const std::string& name) {
     return name;
 }
 
+/// Four digits that stay the same from one start to the next and from one build to another,
+/// as a standard library's own hash need not: FNV-1a, folded to 16 bits.
+std::string Digest(const std::string& name) {
+    std::uint32_t hash = 0x811C9DC5;
+    for (const char byte : name)
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x01000193;
+    std::string digits;
+    for (int shift = 12; shift >= 0; shift -= 4)
+        digits += "0123456789abcdef"[(hash >> 16 ^ hash) >> shift & 0xF];
+    return digits;
+}
+
 /// Head and tail, since the ports of one device differ at the end; no UTF-8 character is
-/// cut in two.
+/// cut in two. Between them a digest of the whole: a device is remembered by what is shown,
+/// and two that differ in the middle alone would be taken for each other, the more so as a
+/// number behind the second depends on which of them is there.
 std::string Shorten(const std::string& name) {
     if (name.size() <= kShownBytes)
         return name;
+    const std::string mark = "~" + Digest(name) + "~";
     const auto isWithinCharacter = [&](std::size_t at) {
         return at < name.size() && (static_cast<unsigned char>(name[at]) & 0xC0) == 0x80;
     };
-    std::size_t head = kShownBytes / 2;
+    std::size_t head = (kShownBytes - mark.size()) / 2;
     while (head > 0 && isWithinCharacter(head))
         --head;
-    std::size_t tail = name.size() - (kShownBytes - 1 - head);
+    std::size_t tail = name.size() - (kShownBytes - mark.size() - head);
     while (isWithinCharacter(tail))
         ++tail;
-    return name.substr(0, head) + "~" + name.substr(tail);
+    return name.substr(0, head) + mark + name.substr(tail);
 }
 
 std::string NameOfAlias(const std::string& alias) {
