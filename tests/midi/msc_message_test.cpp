@@ -63,7 +63,8 @@ TEST(MscMessage, TakesOfAnyBytesWhatTheyHoldAndReadsNoOther) {
     for (int round = 0; round < 200'000; ++round) {
         Bytes bytes = {0x01, 0x02, 0x11, 0x01, '1', 0x00, '2', 0x00, '3', 0xF7};
         for (std::size_t count = below(6); count > 0; --count)
-            bytes[below(bytes.size())] = below(2) == 0 ? likely[below(likely.size())] : static_cast<std::uint8_t>(random());
+            bytes[below(bytes.size())] =
+                below(2) == 0 ? likely[below(likely.size())] : static_cast<std::uint8_t>(random());
         bytes.resize(below(bytes.size() + 1));
         bytes.shrink_to_fit();  // so that a sanitizer sees where they end
         const std::string parsed = Parsed(bytes);
