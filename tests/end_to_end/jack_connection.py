@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""jack_connection.py BIN: plays to an instrument on a JACK server of its own, which has a pedal that steers the player;
-instrument and server go and come back meanwhile.
+"""jack_connection.py BIN: plays to an instrument on a JACK server of its own, which has a pedal that steers the player
+and sends what a desk does; instrument and server go and come back meanwhile.
 
 The server runs with its dummy driver and without real-time priority, so that any user and machine can have it. ALSA's
 devices need the kernel's sequencer, which build machines lack, and are no part of this. Needs python3-mido for the song
@@ -180,11 +180,37 @@ def playing(folder, song=SONG):
         player.end()
 
 
-def show_of_one_song(folder):
-    """Of song.mid in that folder; pedals belong to a show."""
+def held(note):
+    """A song."""
+    return mido.MidiFile(tracks=[mido.MidiTrack([mido.Message("note_on", note=note, velocity=90),
+                                                 mido.Message("note_off", note=note, time=40 * 480)])])
+
+
+def show_of(folder, songs, **more):
+    """Of these songs, by their numbers; pedals and desks belong to a show."""
+    for number, song in songs.items():
+        song.save(folder / f"{number}.mid")
     show = folder / "show.json"
-    show.write_text(json.dumps({"title": "Taught", "kind": "programs", "songs": [{"key": "one", "file": "song.mid"}]}))
+    entries = [{"key": f"song {number}", "file": f"{number}.mid", "number": number} for number in songs]
+    show.write_text(json.dumps({"title": "Steered", "kind": "programs", "songs": entries, **more}))
     return show
+
+
+@contextlib.contextmanager
+def listening(*arguments):
+    """A player that listens to the pedal until Ctrl-C; it catches that as soon as its input is open."""
+    with subprocess.Popen([BIN / "vemo_player", *arguments], env=ENVIRONMENT, stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+        try:
+            def caught():
+                if process.poll() is not None:
+                    raise Fault(f"{arguments} ended: {process.stderr.read()!r}")
+                status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+                return int(status.split("SigCgt:")[1].split()[0], 16) >> signal.SIGINT - 1 & 1
+            wait_for(caught, f"{arguments} to listen")
+            yield process
+        finally:
+            process.kill()
 
 
 @contextlib.contextmanager
@@ -230,16 +256,13 @@ def messages_arrive_soon_and_long_ones_whole(server, instrument, _folder):
     late = sorted((moment - sent[number]) / 1e6 for moment, number in notes[:2000])
     median, most = late[len(late) // 2], late[len(late) * 99 // 100]
     cycle = 1000 * server.frames / RATE
-    print(f"from the engine's call to the instrument: median {median:.2f} ms, 99th percentile {most:.2f} ms "
+    print(f"measured: from the engine's call to the instrument: median {median:.2f} ms, 99th percentile {most:.2f} ms "
           f"(a cycle of the server takes {cycle:.2f} ms)")
     same(median < 4 * cycle, True, f"median of {median} ms is soon")
 
 
 def a_pedal_plays_what_it_was_taught(server, instrument, folder):
-    song = mido.MidiFile(tracks=[mido.MidiTrack([mido.Message("note_on", note=60, velocity=90),
-                                                 mido.Message("note_off", note=60, time=40 * 480)])])
-    song.save(folder / "song.mid")
-    with playing(folder, show_of_one_song(folder)) as player:
+    with playing(folder, show_of(folder, {1: held(60)})) as player:
         player.do("command input instrument:pedal")
         for command, message, binding in (("Play", "b0407f", "controller 64, channel 1"),
                                           ("Stop", "9c247f", "note 36, channel 13")):
@@ -258,9 +281,90 @@ def a_pedal_plays_what_it_was_taught(server, instrument, folder):
                 instrument.press(message)
             wait_for(lambda: any(one[0] == 0x80 for _, one in instrument.take()), "the note to end")
     late.sort()
-    print(f"from the pedal to the first note: median {late[49]:.2f} ms, 99th percentile {late[98]:.2f} ms, both by way "
-          f"of the server (a cycle takes {1000 * server.frames / RATE:.2f} ms)")
+    print(f"measured: from the pedal to the first note: median {late[49]:.2f} ms, 99th percentile {late[98]:.2f} ms, "
+          f"both by way of the server (a cycle takes {1000 * server.frames / RATE:.2f} ms)")
     same(late[49] < 100, True, f"median of {late[49]} ms is soon")
+
+
+def a_pedal_is_taught_at_the_command_line(_server, instrument, folder):
+    show = show_of(folder, {1: held(60)})
+    kept = folder / "show.json.commands"
+    one = b"\x14MidiCommandsSettings\1\0\0\0\0\1\0\5\xb0\0\x40"
+    both = b"\x14MidiCommandsSettings\1\0\0\0\0\2\0\4\x90\x0c\x24\5\xb0\0\x40"
+    listed = "\n".join(["input: instrument:pedal", "  Play              -", "  Pause             -",
+                        "  Stop              %s", "  Next Song         controller 64, channel 1",
+                        "  Previous Song     -", "  Next Marker       -", "  Previous Marker   -",
+                        "  Continue          -", ""])
+    for command, message, status, said, binding, written in (
+            ("Next Song", "b0407f", 0, "Next Song: controller 64, channel 1", "-", one),
+            ("Stop", None, 1, "nothing was learned for Stop", "-", one),
+            ("Stop", "9c247f", 0, "Stop: note 36, channel 13", "note 36, channel 13", both),
+            ("Stop", None, 1, "nothing was learned for Stop", "note 36, channel 13", both)):
+        with listening("learn", show, "--input", "instrument:pedal", *command.lower().split()) as learning:
+            if message:
+                instrument.press(message)
+            else:
+                learning.send_signal(signal.SIGINT)
+            out, errors = learning.communicate(timeout=PATIENCE)
+        same((learning.returncode, out), (status, listed % binding), f"{command}, {message}:")
+        asked = f"press the pedal or key for {command}; until then no other one fires (10 seconds; Enter gives up)"
+        same(errors.splitlines(), [asked, f"vemo_player: {said}"], "standard error")
+        same(kept.read_bytes(), written, "what was kept")
+
+
+def what_arrives_is_printed(_server, instrument, _folder):
+    with listening("monitor", "instrument:pedal") as monitor:
+        for message in ("903c5a", "80 3c 40", "b2 07 64", "cf 7f", "e1 01 40", "f8", "f0 7d 01 02 f7",
+                        "f0 7f 01 02 11 01 31 32 2e 33 00 32 f7"):
+            instrument.press(message)
+        lines = [monitor.stdout.readline() for _ in range(8)]
+        monitor.send_signal(signal.SIGINT)
+        same(monitor.communicate(timeout=PATIENCE), ("", ""), "what else was said")
+    same(monitor.returncode, 0, "status")
+    same([line[12:] for line in lines],
+         ["note on  C4 (60)  velocity 90  channel 1\n", "note off  C4 (60)  velocity 64  channel 1\n",
+          "controller 7  value 100  channel 3\n", "program 128  channel 16\n", "pitch bend  1  channel 2\n", "clock\n",
+          "system exclusive  5 bytes  F0 7D 01 02 F7\n",
+          "show control  GO '12.3'  list '2'  path ''  device 1  format 11\n"], "printed behind the time")
+    times = [float(line[:10]) for line in lines]
+    same(times, sorted(times), "times")
+
+
+def a_desk_starts_the_song_that_it_names(_server, instrument, folder):
+    show = show_of(folder, {number: held(number) for number in (50, 60, 70)},
+                   showControl={"input": "instrument:pedal", "deviceId": 1, "cueList": "2"})
+    with playing(folder, show) as player:
+        def control():
+            return player.do("state")["state"]["showControl"]
+
+        wait_for(lambda: control()["state"] == "on", "the desk to be heard")
+        newest = ""
+        for what, sent, number, cues, refused, said in (
+                ("GO 60", b"\1\2\x11\1" b"60\0" b"2", 60, 1, 0, ""),
+                ("GO 70, lighting", b"\1\2\1\1" b"70", None, 1, 1, "Invalid MSC command format type"),
+                ("STOP", b"\1\2\x11\2", None, 1, 2, "Invalid Msc command"),
+                ("GO 70 of list 3", b"\1\2\x11\1" b"70\0" b"3", None, 1, 3, "cue list '3' is not this show's"),
+                ("GO 70 of another device", b"\2\2\x11\1" b"70", None, 1, 3, ""),
+                ("GO while it plays", b"\1\2\x11\1", None, 2, 4, "the music plays already"),
+                ("GO 50, all-call, audio effects", b"\x7f\2\x17\1" b"50", 50, 3, 4, ""),
+                ("stop", None, None, 3, 4, ""),
+                ("GO", b"\1\2\x11\1", 50, 4, 4, "")):
+            newest = said or newest
+            instrument.take()
+            if sent:
+                instrument.press((b"\xf0\x7f" + sent + b"\xf7").hex())
+            else:
+                player.do(what)
+            heard = []
+
+            def struck():
+                heard.extend(instrument.take())
+                return [message[1] for _, message in heard if message[0] >> 4 == 9]
+            if number:
+                wait_for(struck, f"{what}: the note")
+            wait_for(lambda: (control()["cues"], control()["refused"]) == (cues, refused), f"{what}: to be counted")
+            time.sleep(0.3)
+            same((struck(), control()["newestRefusal"]), ([number] if number else [], newest), what)
 
 
 def an_unplugged_instrument_is_shown_and_comes_back_with_its_state(_server, instrument, folder):
@@ -316,8 +420,7 @@ def a_monitor_tells_when_its_input_goes_and_comes_back(_server, instrument, fold
 
 
 def a_server_that_dies_or_hangs_hangs_no_player(server, instrument, folder):
-    (folder / "song.mid").write_bytes(SONG.read_bytes())
-    show = show_of_one_song(folder)
+    show = show_of(folder, {1: mido.MidiFile(SONG)})
 
     def steered():
         return player.do("state")["state"]["commandInput"]["state"]
@@ -355,8 +458,8 @@ def run_on(kind, tests):
             print("FAILED: the instrument cannot be played")
             return 0, 1
         passed = 0
-        with tempfile.TemporaryDirectory() as name:
-            for test in tests:
+        for test in tests:
+            with tempfile.TemporaryDirectory() as name:
                 passed += passes(test, server, instrument, pathlib.Path(name))
         instrument.end()
         return passed, len(tests) - passed
@@ -369,7 +472,8 @@ def main():
         print("LEFT OUT: jackd2 or python3-jack-client is not installed")
         return 0
     counts = [run_on(PATIENT, [the_song_arrives_whole, messages_arrive_soon_and_long_ones_whole,
-                                a_pedal_plays_what_it_was_taught]),
+                                a_pedal_plays_what_it_was_taught, a_pedal_is_taught_at_the_command_line,
+                                what_arrives_is_printed, a_desk_starts_the_song_that_it_names]),
               run_on(USUAL, [an_unplugged_instrument_is_shown_and_comes_back_with_its_state,
                              an_instrument_that_is_away_for_a_moment_is_heard_again,
                              a_monitor_tells_when_its_input_goes_and_comes_back,
