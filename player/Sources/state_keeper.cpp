@@ -19,7 +19,7 @@ constexpr auto kBetweenLooks = 20ms;
 constexpr auto kBetweenWrites = 200ms;
 constexpr auto kBeforeRetry = 1s;
 // For the transport to say what song it is after one has gone over into the next.
-constexpr auto kLastPatience = 500ms;
+constexpr auto kLastPatience = 2s;
 
 }  // namespace
 

@@ -73,7 +73,7 @@ TEST(MscMessage, TakesOfAnyBytesWhatTheyHoldAndReadsNoOther) {
         ++taken;
         std::string fields(bytes.begin() + 4, bytes.end());
         fields.erase(std::min(fields.find('\xF7'), fields.size()));
-        fields = fields + '\0' + '\0' + '\0';
+        fields.append(3, '\0');
         for (std::size_t at = 0, field = 0; field < 3; ++field, ++at) {
             at = fields.find('\0', at);
             fields[at] = field < 2 ? '|' : ']';
