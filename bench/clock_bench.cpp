@@ -2,7 +2,7 @@
 // cost the clock thread, and how much faster than real time does it play offline?
 //   clock_bench [SECONDS [RUNS]]        60 seconds of engine for each run, and as much of the bare loop around it
 //   clock_bench SECONDS RUNS UNPLUGS    only this: does unplugging the device so often in each run, and plugging it in
-//                                       again, make clocks late? Status 1 if it does.
+//                                       again, make clocks late? Status 1 if at more than one in ten.
 #include <pthread.h>
 #include <sched.h>
 
@@ -329,7 +329,8 @@ bool UnplugsMakeClocksLate(double seconds, int runs, int unplugs) {
         "measured: %d unplugs, %zu clocks: %zu more than %.0f ms later than bare threads that slept at the same "
         "time; %zu more late because those were\n",
         runs * unplugs, clocks, late, kLateMilliseconds, lateWithMachine);
-    return late > 0;
+    // What unplugging does, it does at most of them; a few may still be a stall that hit the clock alone.
+    return late * 10 > static_cast<std::size_t>(runs * unplugs);
 }
 
 /// From one call of the host before a clock to the next lies that clock, whole, on
