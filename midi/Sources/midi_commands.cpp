@@ -44,7 +44,7 @@ bool HaveSameMessage(const LearnedCommand& left, const LearnedCommand& right) {
 }  // namespace
 
 struct MidiCommands::Answers {
-    std::mutex mutex;  // held while an answer is given
+    std::mutex mutex;  // held while an answer is given, or has to wait
     MidiCommands* commands;
 };
 
@@ -185,6 +185,8 @@ void MidiCommands::ConnectSourceByIndex(unsigned char sourceIndex) {
         sourceIsUniqueId_ = false;
         throw;
     }
+    // What the new input answers at once comes behind the notice of it.
+    const std::lock_guard answering(answers_->mutex);
     dispatcher_.Start();
     const std::lock_guard lock(mutex_);
     sourceIsConnected_ = true;

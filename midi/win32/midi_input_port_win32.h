@@ -15,9 +15,9 @@
 /// callback function; or only listed, to ask for its name.
 ///
 /// Owner:   whoever opened or listed it. The target outlives it.
-/// Threads: Start() and KillIt() on host threads, one at a time; also on the input thread within
-///          the callback where the platform's service is ours, not on Windows. The
-///          rest on any.
+/// Threads: Start() and KillIt() on host threads, one at a time; also on the input
+///          thread within the callback where the platform's service is ours, not
+///          on Windows. The rest on any.
 /// Lock:    mutex_, a leaf, held only to read or write the running flag.
 /// Errors:  MidiPortError with the call, its result and a text where the device
 ///          cannot be opened or started.

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """full_disk.py BIN: what a show keeps beside its file outlives a full disk, a small tmpfs, and is written once there
-is room again. Also where a folder stands in a file's place.
+is room again. Also where a folder stands in a file's place, or the pedals cannot be read.
 
 Mounts the tmpfs in a namespace of its own where it may, else says "LEFT OUT: reason". Ends with "N passed, N failed".
 """
@@ -79,9 +79,25 @@ def with_folders_for_files(folder):
           [True, True])
 
 
+def with_pedals_that_cannot_be_read(folder):
+    show = put_show(folder)
+    commands = folder / "show.json.commands"
+    commands.write_bytes(COMMANDS)
+    commands.chmod(0o200)
+    # Root reads everything unless it gives that up.
+    without = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
+    listed = subprocess.run([*without, PLAYER, "learn", show], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                            timeout=120)
+    check("told that the pedals cannot be read",
+          (f"{commands}: cannot be read" in listed.stderr, listed.returncode), (True, 1))
+    commands.chmod(0o600)
+    check("the pedals that cannot be read", commands.read_bytes(), COMMANDS)
+
+
 def main():
-    with tempfile.TemporaryDirectory() as folder:
-        with_folders_for_files(pathlib.Path(folder))
+    for case in (with_folders_for_files, with_pedals_that_cannot_be_read):
+        with tempfile.TemporaryDirectory() as folder:
+            case(pathlib.Path(folder))
     if os.environ.get("VEMO_SMALL_DISK"):
         on_a_small_disk(pathlib.Path(os.environ["VEMO_SMALL_DISK"]))
     else:

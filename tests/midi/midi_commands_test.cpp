@@ -2,9 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <atomic>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "midi/midi_port_error.h"
@@ -91,6 +94,33 @@ TEST_F(LearnedCommands, AreLearnedAndKeptFromShowToShow) {
     dispatcher_->Disconnect();
     EXPECT_EQ(End(), kHeader + "\x01\x02\x00\x00\x00"s + kRecords);
     EXPECT_EQ(console_.Take(), "");
+}
+
+TEST_F(LearnedCommands, WhatANewSourceAnswersComesBehindItsNotice) {
+    Begin();
+    std::atomic<bool> isOver{false};
+    std::thread flood([&] {
+        while (!isOver)
+            inputs_.Send(0, {0x90, 60, 1});
+    });
+    // Whoever connects has to wait for what others change.
+    std::thread changes([&] {
+        while (!isOver)
+            commands_->SetMidiCommand(9, 0x90, 1, 1);
+    });
+    for (int round = 0; round < 400; ++round) {
+        dispatcher_->Disconnect();
+        commands_->UnsetMidiCommand(2);
+        log_.Take();
+        commands_->LearnMidiCommandNoAssign(2);
+        commands_->ConnectSourceByIndex(0);
+        const std::vector<std::string> lines = log_.Take();
+        const auto answer = std::ranges::find(lines, "learned 2 144 60");
+        EXPECT_LT(std::ranges::find(lines, "source 0"), answer) << "round " << round;
+    }
+    isOver = true;
+    flood.join();
+    changes.join();
 }
 
 TEST_F(LearnedCommands, AnswersThatComeLateOrOutOfOrderDoNoHarm) {

@@ -101,6 +101,13 @@ TEST(UnpluggedOutput, AHundredUnplugsInMidSongLeaveTheStateRightOneClockAfterThe
     EXPECT_EQ(returns, kUnplugs);
     EXPECT_GT(checks, kUnplugs);
     EXPECT_EQ(plugged->deaf.WhatSounds(), "");
+    std::uint32_t tick = 0;
+    for (const PlaybackRecord& record : show.TakeRecords())
+        if (record.kind == PlaybackRecord::Kind::kClock) {
+            EXPECT_TRUE(record.tick == tick || tick == 0) << "a clock is lost before tick " << record.tick;
+            tick = record.tick + song.song.GetResolution() / 24;
+        }
+    EXPECT_GT(tick, 1000u);
 }
 
 }  // namespace
