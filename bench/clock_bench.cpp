@@ -218,7 +218,7 @@ void Unplug(PlaybackHost& host, double seconds, int times) {
         host.NoteOutputLoss();
         std::this_thread::sleep_for(step);
         Layer::Instance().AddOutput(device);
-        host.Resend();
+        host.NoteOutputReturn();
     }
 }
 
@@ -330,7 +330,8 @@ bool UnplugsMakeClocksLate(double seconds, int runs, int unplugs) {
         "time; %zu more late because those were\n",
         runs * unplugs, clocks, late, kLateMilliseconds, lateWithMachine);
     // What unplugging does, it does at most of them; a few may still be a stall that hit the clock alone.
-    return late * 10 > static_cast<std::size_t>(runs * unplugs);
+    const double wanted = runs * seconds * kFastTempo / 60 * 24;
+    return late * 10 > static_cast<std::size_t>(runs * unplugs) || static_cast<double>(clocks) < 0.9 * wanted;
 }
 
 /// From one call of the host before a clock to the next lies that clock, whole, on

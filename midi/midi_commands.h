@@ -25,10 +25,11 @@ namespace midi_commands {
 ///          A learn answer arrives on the input thread. Notifications are sent on
 ///          the thread whose call changes something.
 /// Lock:    mutex_, then the dispatcher's; notifications of changes are sent with
-///          mutex_ held. Connecting is one at a time by sourceMutex_, requesting by
-///          learnMutex_, answering by the answers' own; each of them comes before
-///          mutex_, and closing an input waits for an answer, so that sourceMutex_
-///          is never taken by one.
+///          mutex_ held. Connecting is one at a time by sourceMutex_, then, while an
+///          input is started, by the answers' own, by which answers come one at a
+///          time; requesting by learnMutex_. Each of them comes before mutex_.
+///          Closing an input waits for an answer: sourceMutex_ is never taken by
+///          one, and alone while an input is closed.
 /// Units:   command ids of commandIds; status without channel, channel 0 to 15.
 /// Errors:  MidiPortError where a source cannot be connected or started;
 ///          std::out_of_range for a command that does not exist. Loading and

@@ -112,6 +112,8 @@ private:
 
     void Close();
     bool ReadPedals();
+    void PutPedalsAside(std::string trouble);
+    void SayWhyNotConnected();
     bool PrepareSettingsFile(bool nameWasLost);
     void ConnectTo(const std::string& name, unsigned char index);
     void TellWhatWasLearned();
@@ -145,6 +147,7 @@ private:
     bool isLost_ = false;                         // it is connected to what is unplugged
     Time nextLook_{};                             // for an input that is missing
     Time nextReading_{};                          // of what others wrote
+    bool isInputOfOthers_ = false;                // another program chose it, and it was not tried yet
     std::string written_;                         // what the settings file says
     Time nextWrite_{};                            // not before, once one was refused
     std::string settingsTrouble_;                 // why the settings file is behind; empty: it is not

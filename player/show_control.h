@@ -39,6 +39,8 @@ public:
         std::function<bool(const std::string& cue)> plays;
         /// Something that the operator should read; must only post.
         std::function<void(const std::string&)> say;
+        /// The input of the learned commands, which a desk cannot share; empty: none.
+        std::function<std::string()> commandInput = [] { return std::string(); };
         std::function<Time()> now = [] { return std::chrono::steady_clock::now(); };
     };
     struct Report {
@@ -59,10 +61,7 @@ public:
     ShowControl(const ShowControl&) = delete;
     ShowControl& operator=(const ShowControl&) = delete;
 
-    /// commandInput: the input of the learned commands, which a desk cannot share.
-    void OpenShow(const std::optional<ShowDocument::ShowControl>& wanted, const std::string& commandInput);
-    /// The pedals have another input: one that show control waits for may be free now.
-    void SetCommandInput(const std::string& name);
+    void OpenShow(const std::optional<ShowDocument::ShowControl>& wanted);
     /// The name that the show wants, whether or not it is there; empty: none.
     std::string GetInput() const;
     void SetArmed(bool armed);
@@ -87,9 +86,8 @@ private:
     const Settings settings_;
 
     std::mutex inputMutex_;
-    std::string commandInput_;  // guarded by inputMutex_
-    Time nextLook_{};           // guarded by inputMutex_
-    unsigned int device_ = 0;   // of input_; guarded by inputMutex_
+    Time nextLook_{};          // guarded by inputMutex_
+    unsigned int device_ = 0;  // of input_; guarded by inputMutex_
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.

@@ -22,6 +22,11 @@ constexpr std::size_t kLongestPacket = 65536;
 // A plain function's type would show the outside the names of this library.
 constexpr auto kForwardNothing = [](const std::vector<MIDIMessage>& /*packet*/) {};
 
+void KeepLatest(std::vector<MIDIMessage>& messages, std::size_t most) {
+    if (messages.size() > most)
+        messages.erase(messages.begin(), messages.end() - kLongestPacket / 2);
+}
+
 bool IsBindable(const MIDIMessage& message) {
     const bool isNoteOff = message.GetStatus() == kNoteOn && message.data2 == 0;
     return allowedStatuses.contains(message.GetStatus()) && !isNoteOff;
@@ -219,8 +224,7 @@ void MidiMessageDispatcher::AppendToPacket(const MIDIMessage& message) {
     // when the one after it delivers.
     const std::lock_guard lock(mutex_);
     // Where a platform's input never ends a packet, a show must not fill the memory.
-    if (packetMessages_.size() >= kLongestPacket)
-        packetMessages_.erase(packetMessages_.begin(), packetMessages_.begin() + kLongestPacket / 2);
+    KeepLatest(packetMessages_, kLongestPacket - 1);
     packetMessages_.push_back(message);
 }
 
@@ -256,8 +260,7 @@ void MidiMessageDispatcher::PacketEnd() {
     } catch (...) {  // it is still to be passed on
         const std::lock_guard lock(mutex_);
         packetMessages_.insert(packetMessages_.begin(), packet.begin(), packet.end());
-        if (packetMessages_.size() > kLongestPacket)
-            packetMessages_.erase(packetMessages_.begin(), packetMessages_.end() - kLongestPacket / 2);
+        KeepLatest(packetMessages_, kLongestPacket);
         throw;
     }
     packet.clear();

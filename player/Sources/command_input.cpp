@@ -189,31 +189,37 @@ void CommandInput::OpenShow(const fs::path& file, ShowKind kind) {
     nextLook_ = {};
     nextReading_ = {};
     if (!isConnected_ && !pedals_.input.empty())
-        settings_.say("the command input '" + DisplayText(pedals_.input) +
-                      (MidiInput::Find(pedals_.input) ? "' is in use or refuses; it is tried again"
-                                                      : "' is not there; it is waited for"));
+        SayWhyNotConnected();
     Publish();
 }
 
 /// False where the file was there and could not be read: then the input has no name.
 bool CommandInput::ReadPedals() {
-    const fs::path file = PedalsPathOf(path_);
-    std::string trouble;
     try {
-        writtenPedals_ = PedalSettings::Read(file);
+        writtenPedals_ = PedalSettings::Read(PedalsPathOf(path_));
         pedals_ = writtenPedals_.value_or(PedalSettings());
         return true;
     } catch (const std::invalid_argument& error) {
-        trouble = error.what();
+        PutPedalsAside(error.what());
     }
+    settings_.say("the command input has to be chosen");
+    return false;
+}
+
+void CommandInput::PutPedalsAside(std::string trouble) {
     try {
-        trouble += "; " + PutAside(file, "damaged");
+        trouble += "; " + PutAside(PedalsPathOf(path_), "damaged");
     } catch (const std::exception& error) {
         pedalsAreBroken_ = true;
         trouble += "; it stays as it is, and nothing is written: " + std::string(error.what());
     }
-    settings_.say(trouble + "; the command input has to be chosen");
-    return false;
+    settings_.say(trouble);
+}
+
+void CommandInput::SayWhyNotConnected() {
+    settings_.say("the command input '" + DisplayText(pedals_.input) +
+                  (MidiInput::Find(pedals_.input) ? "' is in use or refuses; it is tried again"
+                                                  : "' is not there; it is waited for"));
 }
 
 void CommandInput::Close() {
@@ -458,14 +464,15 @@ void CommandInput::Poll() {
     const std::lock_guard lock(mutex_);
     if (!commands_)
         return;
+    const Time now = settings_.now();
     TellWhatWasLearned();
-    if (const Time now = settings_.now(); now >= nextReading_) {
+    if (now >= nextReading_) {
         nextReading_ = now + kBetweenLooks;
         TakeOverWhatOthersWrote();
     }
-    if (request_ && (request_->isGivenUp || settings_.now() - request_->since >= kLearnPatience))
+    if (request_ && (request_->isGivenUp || now - request_->since >= kLearnPatience))
         GiveUpRequest();
-    if (const Time now = settings_.now(); !isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
+    if (!isConnected_ && !pedals_.input.empty() && now >= nextLook_) {
         nextLook_ = now + kBetweenLooks;
         try {
             if (const auto index = MidiInput::Find(pedals_.input); index && *index <= UINT8_MAX) {
@@ -475,9 +482,11 @@ void CommandInput::Poll() {
         } catch (const std::exception&) {
             // It is tried again.
         }
+        if (std::exchange(isInputOfOthers_, false) && !isConnected_)
+            SayWhyNotConnected();
     }
     TellLoss();
-    if (settings_.now() >= nextWrite_) {  // what the disk refused, not at every look
+    if (now >= nextWrite_) {  // what the disk refused, not at every look
         WritePedals();
         WriteSettings();
     }
@@ -515,7 +524,11 @@ void CommandInput::WriteSettings() {
 void CommandInput::TakeOverWhatOthersWrote() {
     if (request_)  // what is bound now is what it may have to put back
         return;
-    const bool hasOthers = TakeOverPedals();
+    bool hasOthers = false;
+    try {
+        hasOthers = TakeOverPedals();
+    } catch (const std::invalid_argument&) {  // which the next change puts aside
+    }
     if (TakeOverCommands() || hasOthers)
         settings_.say("what another program decided about the pedals holds from now on");
 }
@@ -538,11 +551,8 @@ bool CommandInput::TakeOverCommands() {
 }
 
 bool CommandInput::TakeOverPedals() {
-    std::optional<PedalSettings> found;
-    try {
-        found = PedalSettings::Read(PedalsPathOf(path_));
-    } catch (const std::invalid_argument&) {  // which the next change mends
-    }
+    const std::optional<PedalSettings> found = PedalSettings::Read(PedalsPathOf(path_));
+    pedalsAreBroken_ = false;
     const PedalSettings known = writtenPedals_.value_or(PedalSettings());
     if (!found || *found == known)
         return false;
@@ -553,6 +563,7 @@ bool CommandInput::TakeOverPedals() {
         isLost_ = false;
         nextLook_ = {};
         pedals_.input = found->input;
+        isInputOfOthers_ = true;
     }
     if (pedals_.everyValueOf == known.everyValueOf)
         pedals_.everyValueOf = found->everyValueOf;
@@ -564,8 +575,8 @@ bool CommandInput::TakeOverPedals() {
     return true;
 }
 
-/// What another program taught before it could be taken over has not heard of what was
-/// learned here. One that has only looked may have written where the input is today.
+/// Where both taught, the other's file is kept beside. A program that has only looked may
+/// have written where the input is today.
 void CommandInput::KeepWhatOthersWrote() {
     std::error_code error;
     const std::string found = ReadText(path_);
@@ -584,7 +595,13 @@ void CommandInput::WritePedals() {
         pedalsTrouble_.clear();
         return;
     }
-    TakeOverPedals();
+    try {
+        TakeOverPedals();
+    } catch (const std::invalid_argument& error) {
+        PutPedalsAside(error.what());
+        if (pedalsAreBroken_)
+            return;
+    }
     Write(pedalsTrouble_, [this] {
         pedals_.Write(PedalsPathOf(path_));
         writtenPedals_ = pedals_;

@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr int kLongestInterval = 60'000;  // milliseconds; as the command takes it
+constexpr std::uint64_t kLongestInterval = 60'000;  // milliseconds; as the command takes it
 
 }  // namespace
 
@@ -33,10 +33,11 @@ std::optional<PedalSettings> PedalSettings::Read(const std::filesystem::path& fi
         PedalSettings settings;
         settings.input = json.at("input").get<std::string>();
         settings.everyValueOf = json.at("everyValueOf").get<std::set<std::string>>();
-        for (const auto& [command, interval] : json.at("leastMilliseconds").items()) {
-            if (!interval.is_number_unsigned() || interval > kLongestInterval)
+        for (const auto& [command, interval] : json.at("leastMilliseconds").get<std::map<std::string, Json>>()) {
+            if (!interval.is_number_unsigned() || interval.get<std::uint64_t>() > kLongestInterval)
                 throw std::invalid_argument(DisplayText(file.string() + ": the time for '" + command) +
-                                            "' is no whole number of milliseconds from 0 to 60000");
+                                            "' is no whole number of milliseconds from 0 to " +
+                                            std::to_string(kLongestInterval));
             settings.leastIntervals[command] = interval.get<int>();
         }
         return settings;

@@ -308,7 +308,6 @@ private:
             const auto snapshot = transport_->WaitForChange(seen, 50ms);
             seen = snapshot->number;
             commandInput_.Poll();
-            showControl_.SetCommandInput(commandInput_.GetReport().input);
             showControl_.Poll();
             for (const std::string& line : reports_.Print())
                 if (isServed_)
@@ -386,6 +385,7 @@ private:
             return posting_.Post(command);
         };
         settings.plays = [this](const std::string& cue) { return posting_.PlaysSongOf(cue); };
+        settings.commandInput = [this] { return commandInput_.GetReport().input; };
         settings.say = [&reports = reports_](const std::string& text) { reports.Add(text); };
         return settings;
     }

@@ -30,10 +30,9 @@ ShowControl::ShowControl(Settings settings) : settings_(std::move(settings)) {}
 
 ShowControl::~ShowControl() = default;
 
-void ShowControl::OpenShow(const std::optional<ShowDocument::ShowControl>& wanted, const std::string& commandInput) {
+void ShowControl::OpenShow(const std::optional<ShowDocument::ShowControl>& wanted) {
     const std::lock_guard input(inputMutex_);
     input_.reset();
-    commandInput_ = commandInput;
     {
         const std::lock_guard lock(mutex_);
         wanted_ = wanted;
@@ -56,7 +55,7 @@ void ShowControl::OpenInput(bool mayComplain) {
     }
     const std::optional<unsigned int> device = MidiInput::Find(name);
     std::string trouble;
-    if (name == commandInput_)
+    if (name == settings_.commandInput())
         trouble = "'" + DisplayText(name) + "' is the input of the pedals, and a device can be opened once";
     else if (!device)
         trouble = "its input '" + DisplayText(name) + "' is not there; it is waited for";
@@ -105,12 +104,6 @@ void ShowControl::Poll() {
     OpenInput(false);
     if (input_)
         settings_.say("show control is heard");
-}
-
-void ShowControl::SetCommandInput(const std::string& name) {
-    const std::lock_guard input(inputMutex_);
-    if (std::exchange(commandInput_, name) != name)
-        nextLook_ = {};
 }
 
 std::string ShowControl::GetInput() const {
@@ -171,16 +164,16 @@ void ShowControl::Take(const std::uint8_t* bytes, std::size_t count) {
 
 void ShowControl::CountAnswers() {
     while (!pending_.empty() && pending_.front().answer.wait_for(0s) == std::future_status::ready) {
+        const std::string cue = pending_.front().cue;
         const CommandAnswer answer = pending_.front().answer.get();
-        if (answer.done) {
-            obeyedCue_ = pending_.front().cue;
-            obeyedAt_ = settings_.now();  // a song may take its time to be there
-        }
         pending_.pop_front();
-        if (answer.done)
-            continue;
-        ++counts_.refused;
-        counts_.newestRefusal = answer.message;
+        if (answer.done) {
+            obeyedCue_ = cue;
+            obeyedAt_ = settings_.now();  // a song may take its time to be there
+        } else {
+            ++counts_.refused;
+            counts_.newestRefusal = answer.message;
+        }
     }
 }
 

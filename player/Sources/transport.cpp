@@ -397,14 +397,11 @@ void Transport::OpenShow(std::shared_ptr<const Show> show) {
         for (const std::string& moved : DescribeMovedSongs(*show_, timeCode_->GetSender().GetRate()))
             Say(moved);
     if (showControl_)  // lets its device go: this show's pedals may be the ones that have it
-        showControl_->OpenShow(std::nullopt, {});
-    CommandInput::Report pedals;
-    if (commandInput_) {
+        showControl_->OpenShow(std::nullopt);
+    if (commandInput_)
         commandInput_->OpenShow(show_->GetFile(), document.kind);
-        pedals = commandInput_->GetReport();
-    }
     if (showControl_)
-        showControl_->OpenShow(document.showControl, pedals.input);
+        showControl_->OpenShow(document.showControl);
     setList_.clear();
     for (const ShowDocument::SetListEntry& entry : document.setList)
         setList_.push_back({show_->IndexOf(entry.song), entry.then, ++entryIds_});

@@ -18,6 +18,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 import mido
@@ -317,7 +318,10 @@ def what_arrives_is_printed(_server, instrument, _folder):
         for message in ("903c5a", "80 3c 40", "b2 07 64", "cf 7f", "e1 01 40", "f8", "f0 7d 01 02 f7",
                         "f0 7f 01 02 11 01 31 32 2e 33 00 32 f7"):
             instrument.press(message)
+        impatience = threading.Timer(PATIENCE, monitor.kill)
+        impatience.start()
         lines = [monitor.stdout.readline() for _ in range(8)]
+        impatience.cancel()
         monitor.send_signal(signal.SIGINT)
         same(monitor.communicate(timeout=PATIENCE), ("", ""), "what else was said")
     same(monitor.returncode, 0, "status")

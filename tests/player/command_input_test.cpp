@@ -280,11 +280,23 @@ TEST_F(CommandInputTest, WhatCannotBeReadIsPutAsideAndNotWrittenOver) {
     EXPECT_EQ(BindingOf("Play"), "note 60, channel 1");
     EXPECT_EQ(input_->GetReport().input, "");
     EXPECT_THAT(Said(), ElementsAre(HasSubstr("it is kept as show.json.commands.pedals.damaged"),
-                                    HasSubstr("write-protected")));
+                                    HasSubstr("to be chosen"), HasSubstr("write-protected")));
     input_->SetInput("Pedals");
     Open();
     EXPECT_EQ(input_->GetReport().input, "Pedals") << "what is decided anew is kept";
     EXPECT_EQ(TemporaryFolder::Contents(folder_ / "show.json.commands.pedals.damaged"), "{\"input\": 1}");
+    // Also what is damaged while it is open.
+    int file = 2;
+    for (const char* const times :
+         {"null", "[]", "{\"Play\": -5}", "{\"Play\": 60001}", "{\"Play\": 9223372036854775808}"}) {
+        const std::string text =
+            R"({"input": "Pedals", "everyValueOf": [], "leastMilliseconds": )" + std::string(times) + "}";
+        folder_.Put("show.json.commands.pedals", text);
+        input_->SetLeastInterval("stop", std::chrono::milliseconds(file));
+        EXPECT_EQ(TemporaryFolder::Contents(folder_ / ("show.json.commands.pedals.damaged" + std::to_string(file++))),
+                  text);
+        EXPECT_EQ(PedalSettings::Read(folder_ / "show.json.commands.pedals")->leastIntervals.at("Stop"), file - 1);
+    }
 }
 
 TEST_F(CommandInputTest, WhatCannotBeWrittenIsWrittenOnceItCan) {

@@ -2,22 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <future>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "tests/midi/patience.h"
 #include "win32_layer/layer.h"
 #include "win32_layer/virtual_midi_input.h"
 
 namespace player {
 namespace {
-
-using namespace std::chrono_literals;
 
 TEST(PlayerMidiInput, CountsWhatAFloodHasDroppedOncePerGap) {
     constexpr std::size_t kMostWaiting = 256 * 1024;
@@ -25,21 +21,16 @@ TEST(PlayerMidiInput, CountsWhatAFloodHasDroppedOncePerGap) {
     win32_layer::Layer::Instance().Reset();
     win32_layer::Layer::Instance().AddInput(keys);
     {
-        std::promise<void> entered, door;
-        const MidiInput input(0, [&](const std::uint8_t*, std::size_t, double) {
-            entered.set_value();
-            door.get_future().wait();
-        });
+        Door door;
+        const MidiInput input(0, [&](const std::uint8_t*, std::size_t, double) { door.Pass(); });
         keys->Send({0xFA});
-        entered.get_future().wait();
+        ASSERT_TRUE(door.WaitForArrival());
         keys->Send(std::vector<std::uint8_t>(kMostWaiting, 1));  // data without a status is no message
         keys->Send({0x90, 60, 64});
         keys->Send({0x80, 60, 64});
         EXPECT_EQ(input.GetLosses(), 0u);
-        door.set_value();
-        for (const auto start = std::chrono::steady_clock::now();
-             input.GetLosses() == 0 && std::chrono::steady_clock::now() - start < 20s;)
-            std::this_thread::yield();
+        door.Open();
+        EXPECT_TRUE(WaitUntil([&] { return input.GetLosses() > 0; }));
         EXPECT_EQ(input.GetLosses(), 1u);
         EXPECT_EQ(input.GetDiscarded(), 0u);
     }

@@ -56,6 +56,7 @@ protected:
             return playing_ == cue;
         };
         settings.say = [this](const std::string& text) { said_.push_back(text); };
+        settings.commandInput = [this] { return pedalsInput_; };
         settings.now = [this] { return now_.load(); };
         control_ = std::make_unique<ShowControl>(settings);
     }
@@ -99,11 +100,12 @@ protected:
     std::string playing_;               // guarded by mutex_
     std::promise<CommandAnswer> slow_;  // what becomes of cue 7.5
     std::vector<std::string> said_;
+    std::string pedalsInput_ = "Pedals";
     std::unique_ptr<ShowControl> control_;
 };
 
 TEST_F(ShowControlTest, CuesForThisShowGoAndEverythingElseIsCountedOrNoneOfIts) {
-    control_->OpenShow(ShowDocument::ShowControl{"Desk", 3, "2"}, "Pedals");
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 3, "2"});
     EXPECT_EQ(Report().state, "on");
     for (const std::uint8_t byte : Go(3, "12"))
         desk_->Send({byte, 0xF8});
@@ -127,7 +129,7 @@ TEST_F(ShowControlTest, CuesForThisShowGoAndEverythingElseIsCountedOrNoneOfIts) 
 }
 
 TEST_F(ShowControlTest, ARepeatedCueOfThePlayingSongMeansNothingForTwoSeconds) {
-    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "");
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""});
     const auto cuesAfter = [this](std::chrono::seconds passed) {
         now_ = now_.load() + passed;
         desk_->Send(Go(0, "5"));
@@ -167,14 +169,16 @@ TEST_F(ShowControlTest, ARepeatedCueOfThePlayingSongMeansNothingForTwoSeconds) {
 }
 
 TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
-    control_->OpenShow(std::nullopt, "");
+    control_->OpenShow(std::nullopt);
     EXPECT_EQ(Report().state, "none");
     EXPECT_THROW(control_->SetArmed(true), std::invalid_argument);
-    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "Desk");
+    pedalsInput_ = "Desk";
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""});
     EXPECT_EQ(Report().state, "missing");
     EXPECT_THAT(said_.back(), HasSubstr("'Desk' is the input of the pedals, and a device can be opened once"));
+    pedalsInput_.clear();
     Layer::Instance().RemoveInput(desk_);
-    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "");
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""});
     EXPECT_THAT(said_.back(), HasSubstr("'Desk' is not there"));
     control_->SetArmed(false);
     EXPECT_FALSE(Report().isArmed) << "also while it is missing";
@@ -184,7 +188,7 @@ TEST_F(ShowControlTest, DisarmedOrWithoutItsInputNothingGoes) {
     now_ = now_.load() + 2s;
     EXPECT_EQ(Report().state, "on");
     control_->SetArmed(false);
-    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""}, "");
+    control_->OpenShow(ShowDocument::ShowControl{"Desk", 0, ""});
     desk_->Send(Go(0, "1"));
     EXPECT_EQ(Report().state, "off") << "the next show is not obeyed either";
     WaitUntilTaken();

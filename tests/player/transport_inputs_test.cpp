@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "player/input_posting.h"
+#include "player/pedal_settings.h"
 #include "player/transport.h"
 #include "tests/player/temporary_folder.h"
 #include "vemo_core/song_builder.h"
@@ -55,6 +56,8 @@ protected:
         commandInput_.emplace(pedals);
         ShowControl::Settings desk;
         desk.say = [this](const std::string& text) { said_.push_back(text); };
+        desk.commandInput = [this] { return commandInput_->GetReport().input; };
+        desk.now = [this] { return now_; };
         showControl_.emplace(desk);
     }
     ~TransportInputs() override {
@@ -79,6 +82,7 @@ protected:
     }
 
     const TemporaryFolder folder_;
+    ShowControl::Time now_;
     CurrentShow currentShow_;
     PlaybackFeed feed_;
     std::vector<std::string> said_;
@@ -127,14 +131,19 @@ TEST_F(TransportInputs, PedalsAreTaughtAndADeskIsNotTakenFromShowControl) {
     EXPECT_EQ(showControl_->GetReport().state, "on");
 
     // A show that has given both the desk; show control gets it once it is free.
-    showControl_->OpenShow(ShowDocument::ShowControl{"Pedals", 0, ""}, "Pedals");
+    showControl_->OpenShow(ShowDocument::ShowControl{"Pedals", 0, ""});
     EXPECT_EQ(Do("command input Pedals"), "");
     EXPECT_EQ(said_.back(),
               "show control is not heard: 'Pedals' is the input of the pedals, and a device can be opened once");
     EXPECT_EQ(Do("command input Desk"), "");
-    showControl_->SetCommandInput(commandInput_->GetReport().input);
+    now_ += std::chrono::seconds(1);
     showControl_->Poll();
     EXPECT_EQ(said_.back(), "show control is heard");
+    // The next show's desk is what were the pedals here, and the other way round.
+    PedalSettings{"Pedals", {}, {}}.Write(folder_ / "show.json.commands.pedals");
+    Open(settings);
+    EXPECT_TRUE(commandInput_->GetReport().isOpen);
+    EXPECT_EQ(showControl_->GetReport().state, "on");
 
     Open({});
     EXPECT_EQ(Do("learn Play"), "no MIDI input is to be had here");
