@@ -342,6 +342,9 @@ def a_desk_starts_the_song_that_it_names(_server, instrument, folder):
             return player.do("state")["state"]["showControl"]
 
         wait_for(lambda: control()["state"] == "on", "the desk to be heard")
+        refused = subprocess.run([BIN / "vemo_player", "learn", show, "--input", "instrument:pedal"], env=ENVIRONMENT,
+                                 stderr=subprocess.PIPE, text=True, timeout=60, check=False)
+        same((refused.returncode, "is the input of show control" in refused.stderr), (2, True), refused.stderr)
         newest = ""
         for what, sent, number, cues, refused, said in (
                 ("GO 60", b"\1\2\x11\1" b"60\0" b"2", 60, 1, 0, ""),
